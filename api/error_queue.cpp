@@ -1,0 +1,59 @@
+#include "api/error_queue.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+// Null until the first CreateErrorQueue; released by the static clean-up.
+std::unique_ptr<ErrorQueue> g_queue;
+
+// One format buffer per reporting function.
+char g_reportBuffer[kFormatBufferSize];
+char g_codedReportBuffer[kFormatBufferSize];
+
+// Bounded formatting: keeps at most kMaxMessageLength characters and always
+// NUL-terminates.
+void FormatInto(char* buffer, const char* format, va_list args) {
+  buffer[0] = '\0';
+  std::vsnprintf(buffer, kFormatBufferSize, format, args);
+  buffer[kMaxMessageLength] = '\0';
+}
+
+void Append(uint32_t code, const char* text) {
+  g_queue->push_back(ErrorRecord{code, std::string(text)});
+}
+
+}  // namespace
+
+void CreateErrorQueue() {
+  if (!g_queue) g_queue = std::make_unique<ErrorQueue>();
+}
+
+bool PopError(ErrorRecord* record) {
+  if (!g_queue || g_queue->empty()) return false;
+  *record = std::move(g_queue->back());
+  g_queue->pop_back();
+  return true;
+}
+
+void ReportError(uint32_t code, const char* format, ...) {
+  if (!g_queue) return;
+  va_list args;
+  va_start(args, format);
+  FormatInto(g_reportBuffer, format, args);
+  va_end(args);
+  Append(code, g_reportBuffer);
+}
+
+void ReportCodedError(uint32_t code, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  FormatInto(g_codedReportBuffer, format, args);
+  va_end(args);
+  if (!g_queue) return;
+  Append(code, g_codedReportBuffer);
+}
+
+void DestroyErrorQueue() { g_queue.reset(); }

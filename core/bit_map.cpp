@@ -1,0 +1,77 @@
+#include "core/bit_map.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tolvarcore {
+
+BitMap::BitMap(uint64_t byteCount)
+    : byteCount_(std::max<uint64_t>(byteCount, 1)),
+      bytes_(new uint8_t[byteCount_]()) {}
+
+bool BitMap::Test(uint64_t index) const {
+  if (index / 8 >= byteCount_) return false;
+  return (bytes_[index / 8] >> (index % 8)) & 1;
+}
+
+void BitMap::Set(uint64_t index) {
+  if (index / 8 >= byteCount_) return;
+  bytes_[index / 8] |= static_cast<uint8_t>(1u << (index % 8));
+}
+
+void BitMap::Clear(uint64_t index) {
+  if (index / 8 >= byteCount_) return;
+  bytes_[index / 8] &= static_cast<uint8_t>(~(1u << (index % 8)));
+}
+
+void BitMap::Invert() {
+  for (uint64_t k = 0; k < byteCount_; ++k) bytes_[k] = static_cast<uint8_t>(~bytes_[k]);
+}
+
+void BitMap::AndNot(const BitMap& other) {
+  uint64_t common = std::min(byteCount_, other.byteCount_);
+  for (uint64_t k = 0; k < common; ++k) {
+    bytes_[k] = static_cast<uint8_t>(other.bytes_[k] & ~bytes_[k]);
+  }
+}
+
+void BitMap::CopyOut(void* destination) const {
+  std::memcpy(destination, bytes_.get(), static_cast<std::size_t>(byteCount_));
+}
+
+bool BitMap::AnySet(uint64_t first, uint64_t count) const {
+  uint64_t end = std::min(first + count, BitCount());
+  for (uint64_t i = first; i < end;) {
+    if (i % 8 == 0 && i + 8 <= end) {
+      if (bytes_[i / 8] != 0) return true;
+      i += 8;
+      continue;
+    }
+    if (Test(i)) return true;
+    ++i;
+  }
+  return false;
+}
+
+std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit) const {
+  // Units of 0 would divide by zero; such a map covers nothing.
+  if (sourceUnit == 0 || targetUnit == 0) return std::make_unique<BitMap>(1);
+
+  const uint64_t total = byteCount_ * 8 * sourceUnit;
+  const uint64_t targetBits = total / targetUnit;
+  auto target = std::make_unique<BitMap>((targetBits + 7) / 8);
+
+  // The probes of the target block at p fall on p, p + sourceUnit, ...
+  // below p + targetUnit: consecutive source bits starting at
+  // p / sourceUnit, as many as targetUnit / sourceUnit rounded up.
+  const uint64_t probes = (targetUnit + sourceUnit - 1) / sourceUnit;
+  // A block that starts below total but ends past it still counts when its
+  // bit fits in the target's last byte.
+  const uint64_t lastBit = std::min((total + targetUnit - 1) / targetUnit, target->BitCount());
+  for (uint64_t targetBit = 0; targetBit < lastBit; ++targetBit) {
+    if (AnySet(targetBit * targetUnit / sourceUnit, probes)) target->Set(targetBit);
+  }
+  return target;
+}
+
+}  // namespace tolvarcore

@@ -1,0 +1,57 @@
+/*
+ * tolvar: incremental block-level backup of NTFS volumes from their
+ * Volume Shadow Copy snapshots.
+ *
+ * The library exports flat C functions with undecorated names. Every
+ * function returns a signed 32-bit status; failures leave numbered
+ * messages on a process-wide error queue that GetNextError drains.
+ * This header compiles as C89, C99 and C++.
+ */
+#ifndef TOLVAR_TOLVAR_H
+#define TOLVAR_TOLVAR_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Status codes returned by the exported functions. */
+#define TOLVAR_OK 0                 /* success */
+#define TOLVAR_SIZE_RETURNED 1      /* a null buffer asked for the size; it was written */
+#define TOLVAR_END_OF_BLOCKS 2      /* GetBlock: no further changed block */
+#define TOLVAR_E_BLOCK (-1)         /* GetBlock: buffer too small, or a block read failed */
+#define TOLVAR_E_FAILED (-2)        /* bad argument, short buffer or failure to open */
+#define TOLVAR_E_NOT_FOUND (-3)     /* file not found, or the NTFS view is unavailable */
+#define TOLVAR_E_RESERVED (-1000)   /* reserved for a failed handle open */
+
+/* Option bits of Init's flags argument. */
+#define TOLVAR_OPTION_NEWEST_PASS 0x00000001u  /* the newest snapshot adds one more pass */
+#define TOLVAR_OPTION_ERROR_QUEUE 0x20000000u  /* create the error queue */
+
+/* Codes of the records on the error queue. */
+#define TOLVAR_ERROR_IO 1u             /* a read or open failed */
+#define TOLVAR_ERROR_INVALID 2u        /* input of the wrong kind */
+#define TOLVAR_ERROR_FORMAT 3u         /* an on-disk structure of the wrong type */
+#define TOLVAR_ERROR_STORE 12u         /* the shadow-copy store is inconsistent */
+#define TOLVAR_ERROR_NO_START 13u      /* the older snapshot is not in the store */
+#define TOLVAR_ERROR_NO_END 14u        /* the newer snapshot is not in the store */
+
+/*
+ * Takes the newest record off the error queue. Returns 1 and writes its
+ * code to *code_out and min(message length, bufferSize) bytes of its text
+ * to buffer, without a terminating NUL; returns 0 when there is none.
+ */
+int32_t GetNextError(uint32_t *code_out, char *buffer, uint64_t bufferSize);
+
+/* Always 1: the error queue is available. */
+int32_t ExtendedErrorsAvailable(void);
+
+/* Always 0: the library keeps no log. */
+int32_t LoggingAvailable(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TOLVAR_TOLVAR_H */

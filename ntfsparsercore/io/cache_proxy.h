@@ -1,0 +1,39 @@
+// A read-through cache of one aligned line in front of another source.
+// The source is always read in whole lines at multiples of the line size,
+// which satisfies the alignment that raw devices demand.
+#ifndef TOLVAR_NTFSPARSERCORE_IO_CACHE_PROXY_H_
+#define TOLVAR_NTFSPARSERCORE_IO_CACHE_PROXY_H_
+
+#include <cstdint>
+#include <memory>
+
+#include "ntfsparsercore/io/i_source.h"
+
+namespace ntfsparsercore {
+namespace io {
+
+class CacheProxy : public ISource {
+ public:
+  CacheProxy(std::shared_ptr<ISource> source, uint64_t lineSize);
+
+  CacheProxy(const CacheProxy&) = delete;
+  CacheProxy& operator=(const CacheProxy&) = delete;
+
+  // A line whose source read failed stays current: later reads inside it
+  // are served from whatever the failed read left in the buffer.
+  uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override;
+  uint64_t GetSize() override;
+
+ private:
+  bool Holds(uint64_t position) const { return lineStart_ <= position && position - lineStart_ < lineSize_; }
+
+  std::shared_ptr<ISource> source_;  // the source that is cached
+  std::unique_ptr<uint8_t[]> line_;  // one line of lineSize_ bytes; absent until the first read
+  uint64_t lineStart_ = 0;           // absolute offset of the first byte held in line_
+  uint64_t lineSize_;                // the unit in which the source is read
+};
+
+}  // namespace io
+}  // namespace ntfsparsercore
+
+#endif  // TOLVAR_NTFSPARSERCORE_IO_CACHE_PROXY_H_
