@@ -1,18 +1,15 @@
 # Runs the Windows tests under wine64 with a prefix kept in the build tree.
 #
-# wine's services inherit the standard streams of whoever starts them, so a
-# persistent wineserver and wineboot are started once with every stream on
-# /dev/null: before test discovery (at link time) and as a CTest fixture.
-# Otherwise each test waits for the services, or hangs.
+# A persistent wineserver and wineboot are started with every stream on
+# /dev/null (scripts/wine-session) before test discovery at link time and
+# as a CTest fixture; the cleanup fixture ends the server.
 set(TOLVAR_WINE64 /usr/lib/wine/wine64)
 set(TOLVAR_WINE_ENV
   WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=)
 set(CMAKE_CROSSCOMPILING_EMULATOR env ${TOLVAR_WINE_ENV} ${TOLVAR_WINE64})
 
-set(TOLVAR_WINE_START
-  env ${TOLVAR_WINE_ENV} sh -c
-  "wineserver -p </dev/null >/dev/null 2>&1; ${TOLVAR_WINE64} wineboot </dev/null >/dev/null 2>&1; true")
-set(TOLVAR_WINE_STOP env ${TOLVAR_WINE_ENV} sh -c "wineserver -k </dev/null >/dev/null 2>&1; true")
+set(TOLVAR_WINE_START ${CMAKE_SOURCE_DIR}/scripts/wine-session start ${CMAKE_BINARY_DIR}/wineprefix)
+set(TOLVAR_WINE_STOP ${CMAKE_SOURCE_DIR}/scripts/wine-session stop ${CMAKE_BINARY_DIR}/wineprefix)
 
 add_test(NAME wine_start COMMAND ${TOLVAR_WINE_START})
 set_tests_properties(wine_start PROPERTIES FIXTURES_SETUP wine)
