@@ -24,6 +24,24 @@ void BitMap::Clear(uint64_t index) {
   bytes_[index / 8] &= static_cast<uint8_t>(~(1u << (index % 8)));
 }
 
+uint64_t BitMap::NextSet(uint64_t index) const {
+  const uint64_t bits = BitCount();
+  while (index < bits) {
+    uint8_t byte = static_cast<uint8_t>(bytes_[index / 8] >> (index % 8));
+    if (byte != 0) {
+      while ((byte & 1) == 0) {
+        byte >>= 1;
+        ++index;
+      }
+      return index;
+    }
+    index = (index / 8 + 1) * 8;
+    // Whole clear bytes are passed eight bits at a time.
+    while (index < bits && bytes_[index / 8] == 0) index += 8;
+  }
+  return bits;
+}
+
 void BitMap::Invert() {
   for (uint64_t k = 0; k < byteCount_; ++k) bytes_[k] = static_cast<uint8_t>(~bytes_[k]);
 }

@@ -26,6 +26,9 @@ class BitMap {
   void Set(uint64_t index);
   void Clear(uint64_t index);
 
+  // The first set bit at or after index, or BitCount() when there is none.
+  uint64_t NextSet(uint64_t index) const;
+
   // Complements every byte, the spare bits of the last one included.
   void Invert();
 

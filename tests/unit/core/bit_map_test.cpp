@@ -48,6 +48,20 @@ TEST(BitMap, Bit9LivesInByte1AsValue0x02) {
   EXPECT_FALSE(map.Test(9));
 }
 
+TEST(BitMap, NextSetFindsEachSetBitInOrder) {
+  BitMap map(40);
+  const std::vector<uint64_t> set = {0, 7, 8, 9, 63, 64, 200, 319};
+  for (uint64_t i : set) map.Set(i);
+  std::vector<uint64_t> found;
+  for (uint64_t i = map.NextSet(0); i < map.BitCount(); i = map.NextSet(i + 1)) found.push_back(i);
+  EXPECT_EQ(found, set);
+  EXPECT_EQ(map.NextSet(320), 320u);
+  EXPECT_EQ(map.NextSet(UINT64_MAX), 320u);
+  BitMap empty(5);
+  EXPECT_EQ(empty.NextSet(0), 40u);
+  EXPECT_EQ(empty.NextSet(3), 40u);
+}
+
 TEST(BitMap, InvertComplementsEveryByteIncludingSpareBits) {
   BitMap map(2);
   map.Set(0);

@@ -1,0 +1,83 @@
+#include "core/block_processor.h"
+
+#include <cstring>
+
+namespace tolvarcore {
+
+bool BlockProcessor::IsValidBlockSize(uint64_t blockSize) {
+  return blockSize >= kMinBlockSize && blockSize <= kMaxBlockSize && blockSize % kMinBlockSize == 0;
+}
+
+BlockProcessor::BlockProcessor(uint64_t blockSize, uint32_t flags) : blockSize_(blockSize), flags_(flags) {
+  if (IsValidBlockSize(blockSize_)) blockBuffer_.reset(new uint8_t[blockSize_]);
+}
+
+BlockProcessor::BlockProcessor(const BlockProcessor& other)
+    : blockSize_(other.blockSize_),
+      flags_(other.flags_),
+      changed_(other.changed_),
+      comparison_(other.comparison_),
+      olderSource_(other.olderSource_),
+      newerSource_(other.newerSource_),
+      blockBuffer_(IsValidBlockSize(other.blockSize_) ? new uint8_t[other.blockSize_] : nullptr) {}
+
+BlockProcessor::~BlockProcessor() = default;
+
+void BlockProcessor::SetResult(std::shared_ptr<BitMap> changed, std::shared_ptr<BitMap> comparison,
+                               std::shared_ptr<ntfsparsercore::io::ISource> olderSource,
+                               std::shared_ptr<ntfsparsercore::io::ISource> newerSource) {
+  changed_ = std::move(changed);
+  comparison_ = std::move(comparison);
+  olderSource_ = std::move(olderSource);
+  newerSource_ = std::move(newerSource);
+}
+
+int64_t BlockProcessor::NextBlock(uint8_t* buffer, uint64_t* size, bool compare) {
+  if (cursor_ < 0 || !changed_ || !newerSource_) {
+    cursor_ = kEnd;
+    return kEnd;
+  }
+  if (*size < blockSize_) {
+    *size = blockSize_;
+    return kFailed;
+  }
+  const uint64_t bits = changed_->BitCount();
+  // Clear bits are passed over in bulk; the cursor lands where the
+  // one-by-one walk would take the next set bit.
+  for (uint64_t index = changed_->NextSet(static_cast<uint64_t>(cursor_)); index < bits;
+       index = changed_->NextSet(static_cast<uint64_t>(cursor_))) {
+    cursor_ = static_cast<int64_t>(index + 1);
+    if (newerSource_->Read(buffer, blockSize_, index * blockSize_) != blockSize_) {
+      cursor_ = kFailed;
+      return kFailed;
+    }
+    *size = blockSize_;
+    if (!compare || !comparison_ || !comparison_->Test(index) || !SameInOlder(buffer, index)) {
+      return static_cast<int64_t>(index);
+    }
+  }
+  cursor_ = kEnd;
+  return kEnd;
+}
+
+// True when the older shadow copy holds the same bytes at index; a short
+// read counts as different.
+bool BlockProcessor::SameInOlder(const uint8_t* block, uint64_t index) {
+  if (!olderSource_ || !blockBuffer_) return false;
+  if (olderSource_->Read(blockBuffer_.get(), blockSize_, index * blockSize_) != blockSize_) return false;
+  return std::memcmp(block, blockBuffer_.get(), static_cast<std::size_t>(blockSize_)) == 0;
+}
+
+void BlockProcessor::CopyBitmap(void* buffer) const {
+  if (changed_) changed_->CopyOut(buffer);
+}
+
+uint64_t BlockProcessor::GetBlockSize() const { return blockSize_; }
+
+std::shared_ptr<BitMap> BlockProcessor::GetBitmap() const { return changed_; }
+
+std::shared_ptr<ntfsparsercore::io::ISource> BlockProcessor::GetNewerSource() const { return newerSource_; }
+
+std::shared_ptr<ntfsparsercore::io::ISource> BlockProcessor::GetOlderSource() const { return olderSource_; }
+
+}  // namespace tolvarcore

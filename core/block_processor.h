@@ -1,0 +1,77 @@
+// Computes, once per handle, which blocks of the volume changed between the
+// start and the end shadow copy of a snapshot sequence, and serves the walk
+// over those blocks.
+#ifndef TOLVAR_CORE_BLOCK_PROCESSOR_H_
+#define TOLVAR_CORE_BLOCK_PROCESSOR_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "core/bit_map.h"
+#include "ntfsparsercore/io/i_source.h"
+
+namespace tolvarcore {
+
+class BlockProcessor {
+ public:
+  // Store bitmaps have one bit per this many bytes of the volume.
+  static constexpr uint64_t kStoreBlockSize = 16384;
+  // Valid block sizes: multiples of kMinBlockSize up to kMaxBlockSize.
+  static constexpr uint64_t kMinBlockSize = 4096;
+  static constexpr uint64_t kMaxBlockSize = 131072;
+  // Option bit: the end snapshot's index record adds one more pass.
+  static constexpr uint32_t kNewestPassFlag = 0x00000001;
+
+  // Worker results.
+  static constexpr int64_t kEnd = -1;
+  static constexpr int64_t kFailed = -3;
+
+  // Allocates the comparison buffer only for a valid block size.
+  BlockProcessor(uint64_t blockSize, uint32_t flags);
+
+  // Shares the bitmaps and shadow-copy sources of other, with a cursor of
+  // its own starting at block 0 and a buffer of its own.
+  BlockProcessor(const BlockProcessor& other);
+  BlockProcessor& operator=(const BlockProcessor&) = delete;
+
+  // Reads the next changed block from the newer shadow copy into buffer.
+  // Returns its index, kEnd when there is none, or kFailed when *size is
+  // below the block size (then *size is set to it) or a read falls short.
+  // With compare, blocks marked for comparison that read the same in both
+  // shadow copies are skipped.
+  virtual int64_t NextBlock(uint8_t* buffer, uint64_t* size, bool compare);
+
+  // Copies the changed bitmap's bytes; the caller has checked the room.
+  virtual void CopyBitmap(void* buffer) const;
+  virtual uint64_t GetBlockSize() const;
+  virtual std::shared_ptr<BitMap> GetBitmap() const;
+  virtual std::shared_ptr<ntfsparsercore::io::ISource> GetNewerSource() const;
+  virtual std::shared_ptr<ntfsparsercore::io::ISource> GetOlderSource() const;
+  virtual ~BlockProcessor();
+
+  static bool IsValidBlockSize(uint64_t blockSize);
+
+ protected:
+  // What Compute produces; tests of the walk set it directly.
+  void SetResult(std::shared_ptr<BitMap> changed, std::shared_ptr<BitMap> comparison,
+                 std::shared_ptr<ntfsparsercore::io::ISource> olderSource,
+                 std::shared_ptr<ntfsparsercore::io::ISource> newerSource);
+
+ private:
+  bool SameInOlder(const uint8_t* block, uint64_t index);
+
+  int64_t cursor_ = 0;                  // next block of the walk; -1 after the end, -3 after a read failure
+  uint64_t blockSize_;                  // the handle's block size in bytes
+  uint32_t flags_;                      // Init's option word
+  std::shared_ptr<BitMap> changed_;     // the changed-block bitmap
+  std::shared_ptr<BitMap> comparison_;  // blocks compared with the older shadow copy when asked
+  std::shared_ptr<ntfsparsercore::io::ISource> olderSource_;  // the start shadow copy
+  std::shared_ptr<ntfsparsercore::io::ISource> newerSource_;  // the end shadow copy
+  std::unique_ptr<uint8_t[]> blockBuffer_;  // scratch block for comparisons; none for an invalid block size
+};
+
+}  // namespace tolvarcore
+
+#endif  // TOLVAR_CORE_BLOCK_PROCESSOR_H_
