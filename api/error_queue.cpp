@@ -57,3 +57,7 @@ void ReportCodedError(uint32_t code, const char* format, ...) {
 }
 
 void DestroyErrorQueue() { g_queue.reset(); }
+
+ScopedErrorQueueSuspension::ScopedErrorQueueSuspension() : saved_(std::move(g_queue)) {}
+
+ScopedErrorQueueSuspension::~ScopedErrorQueueSuspension() { g_queue = std::move(saved_); }

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 
 #if defined(__GNUC__)
@@ -63,5 +64,20 @@ inline unsigned long Low32(uint64_t value) {
 // Releases the queue, as the library's static clean-up does at unload.
 // Tests use it to start from a process without a queue.
 void DestroyErrorQueue();
+
+// Sets the queue aside for as long as it lives: reports made meanwhile are
+// dropped, exactly as without a queue, and the queue comes back with its
+// records unchanged when the guard ends. For work whose messages must not
+// reach the caller (the POSIX snapshot properties, design.md section 3).
+class ScopedErrorQueueSuspension {
+ public:
+  ScopedErrorQueueSuspension();
+  ~ScopedErrorQueueSuspension();
+  ScopedErrorQueueSuspension(const ScopedErrorQueueSuspension&) = delete;
+  ScopedErrorQueueSuspension& operator=(const ScopedErrorQueueSuspension&) = delete;
+
+ private:
+  std::unique_ptr<ErrorQueue> saved_;  // the queue set aside, or none
+};
 
 #endif  // TOLVAR_API_ERROR_QUEUE_H_

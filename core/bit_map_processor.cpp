@@ -1,0 +1,73 @@
+#include "core/bit_map_processor.h"
+
+#include <algorithm>
+
+#include "api/error_queue.h"
+
+namespace tolvarcore {
+
+namespace {
+
+// One bit per 16 KiB block, eight blocks a byte.
+constexpr unsigned kBitmapBytesShift = 17;
+
+// A new bitmap of volumeSize >> 17 bytes, read whole from the payload of the
+// record at offset. Returns false when the read falls short; the bitmap then
+// holds what was read.
+bool ReadBitmap(const vss::VssVolume& volume, uint64_t offset, uint64_t volumeSize,
+                std::unique_ptr<BitMap>* bitmap) {
+  *bitmap = std::make_unique<BitMap>(volumeSize >> kBitmapBytesShift);
+  std::shared_ptr<vss::VssRecord> record = volume.OpenRecord(offset);
+  const uint64_t length = (*bitmap)->SizeInBytes();
+  return record->Read((*bitmap)->Data(), length, 0) == length;
+}
+
+void Apply(const BitMap* held, BitMap* target) {
+  if (held == nullptr || target == nullptr) return;
+  // Bytewise OR over the common bytes sets exactly the held bits below the
+  // target's bit count.
+  const uint64_t common = std::min(held->SizeInBytes(), target->SizeInBytes());
+  const uint8_t* from = held->Data();
+  uint8_t* to = target->Data();
+  for (uint64_t k = 0; k < common; ++k) to[k] = static_cast<uint8_t>(to[k] | from[k]);
+}
+
+}  // namespace
+
+BitMapProcessor::BitMapProcessor() = default;
+
+BitMapProcessor::~BitMapProcessor() = default;
+
+bool BitMapProcessor::Load(const std::shared_ptr<vss::VssVolume>& volume,
+                           const std::shared_ptr<vss::Snapshot>& first,
+                           const std::shared_ptr<vss::Snapshot>& last) {
+  if (!volume || !last) return false;
+  if (!ReadBitmap(*volume, last->GetBitmapOffset(), last->GetVolumeSize(), &current_)) {
+    ReportError(kErrorIo, "Read last vss-bitmap data failed");
+    return false;
+  }
+  if (first && first != last) {
+    if (!ReadBitmap(*volume, first->GetBitmapOffset(), first->GetVolumeSize(), &reference_)) {
+      ReportError(kErrorIo, "Read first vss-bitmap data failed");
+      return false;
+    }
+  } else if (last->GetPreviousBitmapOffset() != 0) {
+    if (!ReadBitmap(*volume, last->GetPreviousBitmapOffset(), last->GetVolumeSize(), &reference_)) {
+      ReportError(kErrorIo, "Read first vss-bitmap data failed");
+      return false;
+    }
+  }
+  if (reference_) {
+    current_->AndNot(*reference_);
+    reference_->Invert();
+  } else {
+    current_->Invert();
+  }
+  return true;
+}
+
+void BitMapProcessor::ApplyCurrent(BitMap* target) const { Apply(current_.get(), target); }
+
+void BitMapProcessor::ApplyReference(BitMap* target) const { Apply(reference_.get(), target); }
+
+}  // namespace tolvarcore

@@ -1,0 +1,26 @@
+// Keeps COM initialised on the thread that created it, for as long as any
+// shared reference to it lives (Part 3.5). Holds no data.
+#ifndef TOLVAR_CORE_VSS_API_CONTEXT_HOLDER_H_
+#define TOLVAR_CORE_VSS_API_CONTEXT_HOLDER_H_
+
+namespace tolvarcore {
+namespace vss {
+namespace api {
+
+class ContextHolder {
+ public:
+  // CoInitialize with no reserved argument; the result is not examined.
+  // Nothing on POSIX.
+  ContextHolder();
+  // CoUninitialize. Nothing on POSIX.
+  ~ContextHolder();
+
+  ContextHolder(const ContextHolder&) = delete;
+  ContextHolder& operator=(const ContextHolder&) = delete;
+};
+
+}  // namespace api
+}  // namespace vss
+}  // namespace tolvarcore
+
+#endif  // TOLVAR_CORE_VSS_API_CONTEXT_HOLDER_H_

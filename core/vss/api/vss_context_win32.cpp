@@ -1,0 +1,135 @@
+// Windows: the snapshot properties come from the Volume Shadow Copy
+// Service, asked once through COM and the VSS API (Part 3.5).
+#include <windows.h>
+#include <vsbackup.h>
+
+#include <cstring>
+#include <utility>
+
+#include "core/vss/api/vss_context.h"
+#include "core/vss/api/vss_service_win32.h"
+#include "core/vss/vss_volume.h"
+
+namespace tolvarcore {
+namespace vss {
+namespace api {
+
+namespace {
+
+class SystemVssService : public IVssService {
+ public:
+  SystemVssService() = default;
+  SystemVssService(const SystemVssService&) = delete;
+  SystemVssService& operator=(const SystemVssService&) = delete;
+
+  HRESULT CreateBackupComponents() override { return CreateVssBackupComponentsInternal(&components_); }
+  HRESULT InitializeForBackup(BSTR document) override { return components_->InitializeForBackup(document); }
+  HRESULT SetContext(LONG context) override { return components_->SetContext(context); }
+  HRESULT Query(REFGUID queriedObjectId, VSS_OBJECT_TYPE queriedObjectType,
+                VSS_OBJECT_TYPE returnedObjectsType) override {
+    return components_->Query(queriedObjectId, queriedObjectType, returnedObjectsType, &enumerator_);
+  }
+  HRESULT Next(ULONG count, VSS_OBJECT_PROP* elements, ULONG* fetched) override {
+    return enumerator_->Next(count, elements, fetched);
+  }
+  void FreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) override {
+    VssFreeSnapshotPropertiesInternal(properties);
+  }
+  void ReleaseEnumerator() override {
+    // Guards a Query that reported success without an enumerator.
+    if (enumerator_ != nullptr) enumerator_->Release();
+    enumerator_ = nullptr;
+  }
+  void ReleaseBackupComponents() override {
+    if (components_ != nullptr) components_->Release();
+    components_ = nullptr;
+  }
+
+ private:
+  IVssBackupComponents* components_ = nullptr;
+  IVssEnumObject* enumerator_ = nullptr;
+};
+
+void AppendUtf8(std::string* out, uint32_t code) {
+  if (code < 0x80) {
+    out->push_back(static_cast<char>(code));
+  } else if (code < 0x800) {
+    out->push_back(static_cast<char>(0xC0 | (code >> 6)));
+    out->push_back(static_cast<char>(0x80 | (code & 0x3F)));
+  } else if (code < 0x10000) {
+    out->push_back(static_cast<char>(0xE0 | (code >> 12)));
+    out->push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
+    out->push_back(static_cast<char>(0x80 | (code & 0x3F)));
+  } else {
+    out->push_back(static_cast<char>(0xF0 | (code >> 18)));
+    out->push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3F)));
+    out->push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
+    out->push_back(static_cast<char>(0x80 | (code & 0x3F)));
+  }
+}
+
+}  // namespace
+
+std::string WideToUtf8(const wchar_t* text) {
+  std::string out;
+  if (text == nullptr) return out;
+  for (const wchar_t* p = text; *p != 0; ++p) {
+    uint32_t unit = static_cast<uint16_t>(*p);
+    if (unit >= 0xD800 && unit <= 0xDBFF) {
+      uint32_t next = static_cast<uint16_t>(p[1]);
+      if (next >= 0xDC00 && next <= 0xDFFF) {
+        AppendUtf8(&out, 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));
+        ++p;
+        continue;
+      }
+      unit = 0xFFFD;
+    } else if (unit >= 0xDC00 && unit <= 0xDFFF) {
+      unit = 0xFFFD;
+    }
+    AppendUtf8(&out, unit);
+  }
+  return out;
+}
+
+void CollectFromService(IVssService& service, SnapshotPropertiesList* list) {
+  if (FAILED(service.CreateBackupComponents())) return;
+  if (FAILED(service.InitializeForBackup(nullptr)) || FAILED(service.SetContext(static_cast<LONG>(VSS_CTX_ALL)))) {
+    service.ReleaseBackupComponents();
+    return;
+  }
+  VSS_OBJECT_PROP element;
+  std::memset(&element, 0, sizeof(element));
+  ULONG fetched = 0;
+  if (FAILED(service.Query(GUID_NULL, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT))) {
+    service.ReleaseBackupComponents();
+    return;
+  }
+  HRESULT result = service.Next(1, &element, &fetched);
+  while (!FAILED(result) && fetched != 0) {
+    if (element.Type == VSS_OBJECT_SNAPSHOT) {
+      VSS_SNAPSHOT_PROP& snapshot = element.Obj.Snap;
+      SnapshotProperties properties;
+      std::memcpy(properties.snapshotIdentifier.bytes, &snapshot.m_SnapshotId, 16);
+      std::memcpy(properties.setIdentifier.bytes, &snapshot.m_SnapshotSetId, 16);
+      properties.deviceObject = WideToUtf8(snapshot.m_pwszSnapshotDeviceObject);
+      list->push_back(std::move(properties));
+      service.FreeSnapshotProperties(&snapshot);
+    }
+    result = service.Next(1, &element, &fetched);
+  }
+  service.ReleaseEnumerator();
+  service.ReleaseBackupComponents();
+}
+
+std::unique_ptr<IVssService> CreateSystemVssService() { return std::make_unique<SystemVssService>(); }
+
+VssContext::Collector PlatformCollector(std::shared_ptr<VssVolume> /*storage*/) {
+  return [](SnapshotPropertiesList* list) {
+    std::unique_ptr<IVssService> service = CreateSystemVssService();
+    CollectFromService(*service, list);
+  };
+}
+
+}  // namespace api
+}  // namespace vss
+}  // namespace tolvarcore

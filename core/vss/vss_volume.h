@@ -1,0 +1,51 @@
+// The shadow-copy store of one volume, as its volume header at 0x1E00
+// describes it (Part 3.1). Opens the store's records.
+#ifndef TOLVAR_CORE_VSS_VSS_VOLUME_H_
+#define TOLVAR_CORE_VSS_VSS_VOLUME_H_
+
+#include <cstdint>
+#include <memory>
+
+#include "core/vss/guid.h"
+#include "core/vss/vss_record.h"
+#include "ntfsparsercore/io/i_source.h"
+
+namespace tolvarcore {
+namespace vss {
+
+class VssVolume {
+ public:
+  static constexpr uint64_t kHeaderOffset = 0x1E00;
+  static constexpr uint64_t kHeaderReadSize = 96;
+
+  // Reads and checks the volume header. Never throws: a rejected header
+  // (reported) or an empty source (not reported) leaves catalog offset 0
+  // and zero identifiers, which later readers take for an absent store.
+  explicit VssVolume(std::shared_ptr<ntfsparsercore::io::ISource> source);
+
+  VssVolume(const VssVolume&) = delete;
+  VssVolume& operator=(const VssVolume&) = delete;
+
+  virtual uint64_t GetCatalogOffset() const;
+  virtual Guid GetVolumeIdentifier() const;
+  virtual Guid GetStoreVolumeIdentifier() const;
+  // A new record over the volume's source, starting at the page at offset.
+  // Never fails: a chain that cannot be walked comes back empty.
+  virtual std::shared_ptr<VssRecord> OpenRecord(uint64_t offset) const;
+  // The size of the underlying source in bytes.
+  virtual uint64_t GetSize() const;
+  virtual ~VssVolume();
+
+ private:
+  void ReadHeader();
+
+  uint64_t catalogOffset_ = 0;   // header offset 48; 0 until a header was accepted
+  Guid volumeIdentifier_;        // header offset 64
+  Guid storeVolumeIdentifier_;   // header offset 80
+  std::shared_ptr<ntfsparsercore::io::ISource> source_;
+};
+
+}  // namespace vss
+}  // namespace tolvarcore
+
+#endif  // TOLVAR_CORE_VSS_VSS_VOLUME_H_

@@ -1,0 +1,26 @@
+# Unpacks the disk image once: cmake -DARCHIVE=... -DDEST=... -DTAR=... -P unpack.cmake
+# GNU tar restores the image's holes, so the 64 GiB image stays sparse. The
+# image is unpacked beside its final place and moved there when complete,
+# so an interrupted run never leaves a partial image behind.
+if(NOT EXISTS "${ARCHIVE}")
+  message("No archive at ${ARCHIVE}: nothing to unpack; the tests that need it skip.")
+  return()
+endif()
+if(EXISTS "${DEST}/ntfs.raw" AND EXISTS "${DEST}/unpacked.stamp")
+  message("Already unpacked: ${DEST}/ntfs.raw")
+  return()
+endif()
+if(NOT TAR)
+  message(FATAL_ERROR "tar not found: cannot unpack ${ARCHIVE}")
+endif()
+file(REMOVE_RECURSE "${DEST}.partial")
+file(MAKE_DIRECTORY "${DEST}.partial")
+execute_process(COMMAND "${TAR}" xzf "${ARCHIVE}" -C "${DEST}.partial" RESULT_VARIABLE result)
+if(NOT result EQUAL 0 OR NOT EXISTS "${DEST}.partial/ntfs.raw")
+  file(REMOVE_RECURSE "${DEST}.partial")
+  message(FATAL_ERROR "Unpacking ${ARCHIVE} failed (${result})")
+endif()
+file(REMOVE_RECURSE "${DEST}")
+file(RENAME "${DEST}.partial" "${DEST}")
+file(TOUCH "${DEST}/unpacked.stamp")
+message("Unpacked ${ARCHIVE} into ${DEST}")

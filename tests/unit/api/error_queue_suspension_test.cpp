@@ -1,0 +1,34 @@
+#include <gtest/gtest.h>
+
+#include "api/error_queue.h"
+#include "tests/fixtures/error_queue_test.h"
+
+namespace {
+
+using tolvartest::DrainErrors;
+using tolvartest::Record;
+
+using QueueSuspensionTest = tolvartest::QueueTest;
+
+TEST_F(QueueSuspensionTest, ReportsWhileSuspendedAreDroppedAndTheQueueComesBack) {
+  ReportError(1, "kept");
+  {
+    ScopedErrorQueueSuspension quiet;
+    ReportError(1, "dropped");
+    ReportCodedError(12, "dropped %d", 2);
+    ErrorRecord record;
+    EXPECT_FALSE(PopError(&record));
+  }
+  ReportError(2, "after");
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(1, "kept"), Record(2, "after")}));
+}
+
+TEST(QueueSuspension, WithoutQueueThereIsStillNoneAfterwards) {
+  DestroyErrorQueue();
+  { ScopedErrorQueueSuspension quiet; }
+  ReportError(1, "dropped");
+  ErrorRecord record;
+  EXPECT_FALSE(PopError(&record));
+}
+
+}  // namespace
