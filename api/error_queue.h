@@ -68,7 +68,7 @@ void DestroyErrorQueue();
 // Sets the queue aside for as long as it lives: reports made meanwhile are
 // dropped, exactly as without a queue, and the queue comes back with its
 // records unchanged when the guard ends. For work whose messages must not
-// reach the caller (the POSIX snapshot properties, design.md section 3).
+// reach the caller (the POSIX snapshot properties).
 class ScopedErrorQueueSuspension {
  public:
   ScopedErrorQueueSuspension();

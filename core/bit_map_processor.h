@@ -1,5 +1,5 @@
 // Holds the two store bitmaps loaded for a snapshot sequence and ORs them
-// into the block processor's bitmaps (Parts 2.2 and 3.4).
+// into the block processor's bitmaps.
 #ifndef TOLVAR_CORE_BIT_MAP_PROCESSOR_H_
 #define TOLVAR_CORE_BIT_MAP_PROCESSOR_H_
 

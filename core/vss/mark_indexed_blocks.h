@@ -1,5 +1,5 @@
 // Marks the 16 KiB volume blocks that a snapshot's index record (its list of
-// 32-byte block descriptors) names (Part 3.4).
+// 32-byte block descriptors) names.
 #ifndef TOLVAR_CORE_VSS_MARK_INDEXED_BLOCKS_H_
 #define TOLVAR_CORE_VSS_MARK_INDEXED_BLOCKS_H_
 

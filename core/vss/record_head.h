@@ -1,5 +1,5 @@
 // The first 48 bytes of a store record's payload, as the snapshot code
-// reads them from a snapshot's store header record (Part 3.1).
+// reads them from a snapshot's store header record.
 #ifndef TOLVAR_CORE_VSS_RECORD_HEAD_H_
 #define TOLVAR_CORE_VSS_RECORD_HEAD_H_
 

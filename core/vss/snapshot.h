@@ -1,5 +1,5 @@
 // One shadow copy of the store: a catalog definition paired with its
-// declaration, giving the volume offsets of its store structures (Part 3.2).
+// declaration, giving the volume offsets of its store structures.
 #ifndef TOLVAR_CORE_VSS_SNAPSHOT_H_
 #define TOLVAR_CORE_VSS_SNAPSHOT_H_
 

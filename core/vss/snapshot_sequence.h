@@ -1,5 +1,5 @@
 // The snapshots of a store in creation order, and that list cut down to
-// the run from a start to an end shadow copy (Part 3.3).
+// the run from a start to an end shadow copy.
 #ifndef TOLVAR_CORE_VSS_SNAPSHOT_SEQUENCE_H_
 #define TOLVAR_CORE_VSS_SNAPSHOT_SEQUENCE_H_
 

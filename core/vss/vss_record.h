@@ -1,5 +1,5 @@
 // One record of the shadow-copy store: a chain of 16 KiB pages linked by
-// volume offsets, offered as one contiguous payload (Part 3.1).
+// volume offsets, offered as one contiguous payload.
 #ifndef TOLVAR_CORE_VSS_VSS_RECORD_H_
 #define TOLVAR_CORE_VSS_VSS_RECORD_H_
 

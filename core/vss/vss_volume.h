@@ -1,5 +1,5 @@
 // The shadow-copy store of one volume, as its volume header at 0x1E00
-// describes it (Part 3.1). Opens the store's records.
+// describes it. Opens the store's records.
 #ifndef TOLVAR_CORE_VSS_VSS_VOLUME_H_
 #define TOLVAR_CORE_VSS_VSS_VOLUME_H_
 

@@ -1,5 +1,5 @@
 // Keeps COM initialised on the thread that created it, for as long as any
-// shared reference to it lives (Part 3.5). Holds no data.
+// shared reference to it lives. Holds no data.
 #ifndef TOLVAR_CORE_VSS_API_CONTEXT_HOLDER_H_
 #define TOLVAR_CORE_VSS_API_CONTEXT_HOLDER_H_
 

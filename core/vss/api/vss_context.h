@@ -1,10 +1,10 @@
-// The link to the shadow-copy service (Part 3.5): the properties of every
+// The link to the shadow-copy service: the properties of every
 // shadow copy, collected once, cached and looked up by identifier text.
 //
 // On Windows the service is asked through COM and the VSS API
 // (vss_context_win32.cpp). On POSIX there is no service: the properties
-// come from the storage's own store (vss_context_posix.cpp, design.md
-// section 3). Either way the collection puts nothing on the error queue.
+// come from the storage's own store (vss_context_posix.cpp). Either way
+// the collection puts nothing on the error queue.
 #ifndef TOLVAR_CORE_VSS_API_VSS_CONTEXT_H_
 #define TOLVAR_CORE_VSS_API_VSS_CONTEXT_H_
 

@@ -1,5 +1,5 @@
 // POSIX: there is no shadow-copy service. The properties come from the
-// storage's own store (design.md section 3): for each snapshot of the
+// storage's own store: for each snapshot of the
 // catalog, the snapshot identifier is the first identifier of its store
 // header record's head, the set identifier its set identifier, and the
 // device object name is empty. The store reads made for it put nothing on

@@ -1,5 +1,5 @@
 // Windows: the snapshot properties come from the Volume Shadow Copy
-// Service, asked once through COM and the VSS API (Part 3.5).
+// Service, asked once through COM and the VSS API.
 #include <windows.h>
 #include <vsbackup.h>
 

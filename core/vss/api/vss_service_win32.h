@@ -1,5 +1,5 @@
 // Windows: the seam over the VSS calls that collect the snapshot list
-// (Part 3.5). The real service object wraps CreateVssBackupComponentsInternal,
+//. The real service object wraps CreateVssBackupComponentsInternal,
 // the backup components object, its snapshot enumerator and
 // VssFreeSnapshotPropertiesInternal; tests drive the collection with a fake.
 #ifndef TOLVAR_CORE_VSS_API_VSS_SERVICE_WIN32_H_
@@ -40,7 +40,7 @@ class IVssService {
   virtual ~IVssService() = default;
 };
 
-// The collection of Part 3.5 through service: InitializeForBackup with no
+// The collection through service: InitializeForBackup with no
 // document, SetContext(VSS_CTX_ALL), Query(GUID_NULL, VSS_OBJECT_NONE,
 // VSS_OBJECT_SNAPSHOT), then Next one element at a time while it succeeds
 // and fetches one, appending each snapshot element (and freeing its

@@ -1,6 +1,6 @@
 // The store's table of contents: one store record of 128-byte entries,
 // of which definitions (type 2) and declarations (type 3) describe the
-// shadow copies kept on the volume (Part 3.2).
+// shadow copies kept on the volume.
 #ifndef TOLVAR_CORE_VSS_RECORDS_CATALOG_H_
 #define TOLVAR_CORE_VSS_RECORDS_CATALOG_H_
 

@@ -277,7 +277,7 @@ TEST_F(StoreIntegration, MarkIndexedBlocksWalksToTheEndOfEachIndexRecord) {
     std::shared_ptr<VssRecord> index = volume_->OpenRecord(snapshot->GetIndexOffset());
     ASSERT_GT(index->PageCount(), 0u);
 
-    // Every block vshadowinfo lists, by the rules of Part 3.4.
+    // Every block vshadowinfo lists, by the marking rules.
     std::set<uint64_t> expected;
     std::set<uint64_t> seen;
     std::set<uint64_t> expectedOverlay;

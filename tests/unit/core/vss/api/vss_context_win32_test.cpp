@@ -1,4 +1,4 @@
-// Windows: the collection of Part 3.5 driven through the service seam by a
+// Windows: the collection driven through the service seam by a
 // fake backup-components object, and the real context, which under wine
 // (where the VSS service is a stub) must fail quietly.
 #include <windows.h>
