@@ -14,6 +14,8 @@ namespace ntfsparsercore {
 struct Run {
   uint64_t volumeOffset = 0;  // byte position on the volume (LCN x cluster size); 0 for a sparse run
   uint64_t length = 0;        // bytes (cluster count x cluster size)
+
+  bool operator==(const Run& other) const { return volumeOffset == other.volumeOffset && length == other.length; }
 };
 
 using RunList = std::vector<Run>;
