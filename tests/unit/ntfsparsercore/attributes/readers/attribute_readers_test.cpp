@@ -199,6 +199,23 @@ TEST_F(AttributeReadersTest, CompressedFileReadsExpandedStoredAndTailUnits) {
   EXPECT_EQ(ReadAll(*reader, reader->GetSize(), 0), expected);
 }
 
+TEST_F(AttributeReadersTest, ShortCompressedUnitGivesAtMostItsLogicalSize) {
+  // Four clusters stored and six sparse: a unit of 10 clusters whose data
+  // expands to a whole unit, of which only the logical size is taken.
+  Bytes stored = kAbcChunk;
+  stored.insert(stored.end(), kAbcChunk.begin(), kAbcChunk.end());
+  stored.resize(4 * kCluster, 0);
+  volume_.Put(8 * kCluster, stored);
+  auto reader = Reader(NonResident(10 * kCluster, {{4, 8, 1, 1}, {6, 0, 1, 0}}, kCompressed));
+  Bytes buffer(kUnit, 0xEE);
+  EXPECT_EQ(reader->Read(buffer.data(), 10 * kCluster, 0), 10 * kCluster);
+  Bytes expected = Abc(4096);
+  const Bytes second = Abc(10 * kCluster - 4096);
+  expected.insert(expected.end(), second.begin(), second.end());
+  EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + 10 * kCluster), expected);
+  EXPECT_EQ(buffer[10 * kCluster], 0xEE);
+}
+
 TEST_F(AttributeReadersTest, StoredUnitIsReadFromTheSkipIntoIt) {
   auto reader = CompressedFile();
   EXPECT_EQ(ReadAll(*reader, 50, kUnit + 100), VolumeBytes(100 * kCluster + 100, 50));
