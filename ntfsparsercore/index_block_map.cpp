@@ -14,15 +14,24 @@ IndexBlockMap::IndexBlockMap(IVolume* volume, const std::vector<std::shared_ptr<
   // A block size of 0 would divide by zero: no blocks then.
   if (!reader || blockSize == 0) return;
   const uint64_t count = reader->GetSize() / blockSize;
-  for (uint64_t i = 0; i < count; ++i) AddBlock(volume, reader, i * blockSize);
+  for (uint64_t i = 0; i < count; ++i) {
+    if (!AddBlock(volume, reader, i * blockSize)) break;
+  }
 }
 
-void IndexBlockMap::AddBlock(IVolume* volume, const std::shared_ptr<io::ISource>& allocation, uint64_t offset) {
+bool IndexBlockMap::AddBlock(IVolume* volume, const std::shared_ptr<io::ISource>& allocation, uint64_t offset) {
   auto block = std::make_shared<UsnController>(volume, allocation, offset, UsnController::kIndxMagic);
-  if (block->GetMagic() != UsnController::kIndxMagic) return;
+  if (block->GetMagic() != UsnController::kIndxMagic) {
+    // A block of which not one byte can be read lies past the allocation's
+    // stored bytes, and so do all after it: a damaged allocation size would
+    // otherwise mean billions of failing reads.
+    uint8_t probe = 0;
+    return allocation->Read(&probe, 1, offset) == 1;
+  }
   uint8_t header[kBlockHeaderSize];
-  if (block->Read(header, kBlockHeaderSize, 0) < kBlockHeaderSize) return;
+  if (block->Read(header, kBlockHeaderSize, 0) < kBlockHeaderSize) return true;
   blocks_[io::LoadLe64(header + kVcnOffset)] = block;
+  return true;
 }
 
 std::shared_ptr<UsnController> IndexBlockMap::Find(uint64_t vcn) const {

@@ -20,7 +20,8 @@ class IndexBlockMap {
   // directory's attributes of type 0xA0, as MftRecord::GetAttributes(160)
   // returns them) through a fixed-up "INDX" reader each. A block that is not
   // "INDX" is reported (level 3) and skipped, as is one whose first 24
-  // bytes cannot be read; a VCN met twice keeps the later block. No
+  // bytes cannot be read; a VCN met twice keeps the later block. The
+  // blocks end at the first one of which nothing can be read. No
   // attribute, or a block size of 0, gives an empty map.
   IndexBlockMap(IVolume* volume, const std::vector<std::shared_ptr<Attribute>>& indexAllocations, uint64_t blockSize);
 
@@ -51,7 +52,8 @@ class IndexBlockMap {
   static constexpr uint64_t kRecordNumberMask = 0x0000FFFFFFFFFFFFull;
 
  private:
-  void AddBlock(IVolume* volume, const std::shared_ptr<io::ISource>& allocation, uint64_t offset);
+  // Files the block at offset; false when nothing of it can be read.
+  bool AddBlock(IVolume* volume, const std::shared_ptr<io::ISource>& allocation, uint64_t offset);
 
   std::map<uint64_t, std::shared_ptr<UsnController>> blocks_;  // block VCN -> its fixed-up reader
 };

@@ -136,6 +136,23 @@ TEST_F(IndexBlockMapTest, EntryOfLengthZeroIsListedOnceAndEndsTheBlock) {
   EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40}));
 }
 
+TEST_F(IndexBlockMapTest, AllocationSizePastTheStoredBlocksEndsAtTheFirstUnreadableBlock) {
+  const Bytes node = IndexBlockBytes(kBlock, 512, 0, {IndexEntryBytes(40, 0), IndexEntryBytes(0, kLast)});
+  Allocation({node});  // stores the block on the volume
+  // A damaged size claims a million blocks; only the first is stored.
+  AttributeSpec spec;
+  spec.type = 0xA0;
+  spec.nonResident = true;
+  spec.dataSize = kBlock << 20;
+  spec.mappingPairs = tolvartest::MappingPairs({{1, static_cast<int64_t>(kFirstLcn), 1, 1}});
+  volume_.Bytes().resize((kFirstLcn + 1) * kBlock);
+  auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(spec)), 0);
+  IndexBlockMap map(&volume_, {std::make_shared<Attribute>(factory_, Attribute::RecordList{record})}, kBlock);
+  EXPECT_EQ(map.GetBlockCount(), 1u);
+  EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40}));
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(3, "MultiSectorHeader read failed")}));
+}
+
 TEST_F(IndexBlockMapTest, NoAllocationOrBlockSizeZeroGivesAnEmptyMap) {
   IndexBlockMap none(&volume_, {}, kBlock);
   EXPECT_EQ(none.GetBlockCount(), 0u);
