@@ -12,6 +12,88 @@ namespace readers {
 namespace {
 
 constexpr unsigned kShiftWidth = 64;
+// The largest compression unit any NTFS volume can hold: 16 clusters of
+// 2 MiB. A damaged exponent asking for more leaves no units, rather than an
+// allocation of that size.
+constexpr uint64_t kMaxUnitSize = uint64_t{1} << 25;
+
+// Cuts plain extents into compression units one at a time, so that a read
+// needs no list of all units and can pass over long runs of full units at once.
+class UnitCutter {
+ public:
+  UnitCutter(ExtentList plain, uint64_t unitSize) : plain_(std::move(plain)), unitSize_(unitSize) {}
+
+  // The next unit in file order; false after the last.
+  bool Next(Extent* unit) {
+    for (;;) {
+      if (!Load()) return false;
+      if (logical_ >= unitSize_) {
+        *unit = Extent{unitSize_, offset_, unitSize_};
+        Advance(1);
+        return true;
+      }
+      inExtent_ = false;
+      ++next_;
+      if (logical_ == 0) continue;
+      *unit = Extent{AbsorbSparse(), offset_, stored_};
+      return true;
+    }
+  }
+
+  // Passes over the full units left in the current extent.
+  void PassFullUnits() {
+    if (inExtent_) Advance(logical_ / unitSize_);
+  }
+
+  // Passes over as many full units of the current extent as fit in skip and
+  // returns the bytes passed.
+  uint64_t SkipFullUnits(uint64_t skip) {
+    if (!Load()) return 0;
+    const uint64_t count = std::min(skip / unitSize_, logical_ / unitSize_);
+    Advance(count);
+    return count * unitSize_;
+  }
+
+ private:
+  // Makes the next plain extent current if none is; false when none is left.
+  bool Load() {
+    if (inExtent_) return true;
+    if (next_ >= plain_.size()) return false;
+    logical_ = plain_[next_].logicalSize;
+    offset_ = plain_[next_].volumeOffset;
+    stored_ = plain_[next_].storedSize;
+    inExtent_ = true;
+    return true;
+  }
+
+  void Advance(uint64_t units) {
+    logical_ -= units * unitSize_;
+    stored_ -= units * unitSize_;
+    if (offset_ != 0) offset_ += units * unitSize_;  // sparse units keep offset 0
+  }
+
+  // The logical size of a remainder shorter than a unit: it takes in the
+  // sparse extent that follows, up to a whole unit.
+  uint64_t AbsorbSparse() {
+    if (next_ >= plain_.size() || plain_[next_].volumeOffset != 0) return logical_;
+    Extent& sparse = plain_[next_];
+    if (logical_ + sparse.logicalSize < unitSize_) {
+      ++next_;  // used up
+      return logical_ + sparse.logicalSize;
+    }
+    sparse.logicalSize = logical_ + sparse.logicalSize - unitSize_;
+    if (sparse.logicalSize == 0) ++next_;
+    return unitSize_;
+  }
+
+  ExtentList plain_;       // the plain extents; a partly absorbed sparse one is shortened in place
+  uint64_t unitSize_;      // bytes per unit
+  std::size_t next_ = 0;   // index of the next plain extent to load
+  bool inExtent_ = false;  // an extent is being cut
+  uint64_t logical_ = 0;   // what is left of the current extent's logical size
+  uint64_t offset_ = 0;    // volume offset of its next unit
+  uint64_t stored_ = 0;    // what is left of its stored size
+};
 
 }  // namespace
 
@@ -19,8 +101,10 @@ CompressedReader::CompressedReader(IVolume* volume, std::shared_ptr<PlainAttribu
                                    const Attribute& attribute)
     : volume_(volume), inner_(std::move(inner)), attribute_(attribute) {
   const uint64_t clusterSize = volume_ ? volume_->GetClusterSize() : 0;
-  // An exponent of the type's width or more would shift past it: no units then.
-  if (attribute_.GetCompressionUnit() < kShiftWidth) unitSize_ = clusterSize << attribute_.GetCompressionUnit();
+  const unsigned exponent = attribute_.GetCompressionUnit();
+  // An exponent of the type's width or more would shift past it, and a unit
+  // larger than any volume can use would be allocated whole: no units then.
+  if (exponent < kShiftWidth && clusterSize <= (kMaxUnitSize >> exponent)) unitSize_ = clusterSize << exponent;
 }
 
 uint64_t CompressedReader::GetSize() { return attribute_.GetSize(); }
@@ -29,33 +113,9 @@ ExtentList CompressedReader::GetExtents() {
   ExtentList units;
   // A unit size of 0 would cut every extent forever.
   if (unitSize_ == 0 || !inner_) return units;
-  const uint64_t u = unitSize_;
-  ExtentList plain = inner_->GetExtents();
-  for (std::size_t i = 0; i < plain.size(); ++i) {
-    uint64_t logical = plain[i].logicalSize;
-    uint64_t offset = plain[i].volumeOffset;
-    uint64_t stored = plain[i].storedSize;
-    while (logical >= u) {
-      units.push_back(Extent{u, offset, u});
-      logical -= u;
-      stored -= u;
-      if (offset != 0) offset += u;
-    }
-    if (logical == 0) continue;
-    uint64_t unitLogical = logical;
-    if (i + 1 < plain.size() && plain[i + 1].volumeOffset == 0) {
-      Extent& sparse = plain[i + 1];
-      if (logical + sparse.logicalSize < u) {
-        unitLogical = logical + sparse.logicalSize;
-        ++i;  // the sparse extent is used up
-      } else {
-        unitLogical = u;
-        sparse.logicalSize = logical + sparse.logicalSize - u;
-        if (sparse.logicalSize == 0) ++i;
-      }
-    }
-    units.push_back(Extent{unitLogical, offset, stored});
-  }
+  UnitCutter cutter(inner_->GetExtents(), unitSize_);
+  Extent unit;
+  while (cutter.Next(&unit)) units.push_back(unit);
   return units;
 }
 
@@ -65,13 +125,16 @@ uint64_t CompressedReader::Read(void* buffer, uint64_t size, uint64_t offset) {
   if (offset > total) return 0;
   if (size > total - offset) size = total - offset;
   // A null buffer would be written through; a unit size of 0 leaves no units.
-  if (buffer == nullptr || unitSize_ == 0 || !volume_) return 0;
+  if (buffer == nullptr || unitSize_ == 0 || !volume_ || !inner_) return 0;
   uint8_t* out = static_cast<uint8_t*>(buffer);
   scratch_.assign(static_cast<std::size_t>(unitSize_), 0);
+  UnitCutter cutter(inner_->GetExtents(), unitSize_);
   uint64_t done = 0;
   uint64_t skip = offset;
-  for (const Extent& unit : GetExtents()) {
-    if (done >= size) break;
+  Extent unit;
+  while (done < size) {
+    skip -= cutter.SkipFullUnits(skip);
+    if (!cutter.Next(&unit)) break;
     if (unit.logicalSize <= skip) {
       skip -= unit.logicalSize;
       continue;
@@ -79,6 +142,10 @@ uint64_t CompressedReader::Read(void* buffer, uint64_t size, uint64_t offset) {
     const uint64_t n = std::min(size - done, unit.logicalSize);
     done += ReadUnit(unit, out + done, size - done, skip, n);
     skip = 0;
+    // A unit stored whole past the end of the volume delivers nothing, and
+    // so do the full units after it in the same run; a damaged run of that
+    // kind could hold billions of them.
+    if (unit.storedSize == unit.logicalSize && unit.volumeOffset >= volume_->GetSize()) cutter.PassFullUnits();
   }
   std::vector<uint8_t>().swap(scratch_);
   std::vector<uint8_t>().swap(expanded_);

@@ -35,7 +35,8 @@ class CompressedReader : public IReader {
   ExtentList GetExtents() override;
 
   // Bytes of one compression unit: the cluster size shifted by the
-  // attribute's compression unit exponent; 0 when that is not representable.
+  // attribute's compression unit exponent; 0 when that is not representable
+  // or larger than any volume can use (32 MiB).
   uint64_t GetUnitSize() const { return unitSize_; }
 
  private:

@@ -288,6 +288,39 @@ TEST_F(AttributeReadersTest, UnitExponentPastTheWidthLeavesNoUnitsInsteadOfShift
   EXPECT_EQ(reader->Read(buffer.data(), 16, 0), 0u);
 }
 
+TEST_F(AttributeReadersTest, UnitLargerThanAnyVolumeCanUseLeavesNoUnitsInsteadOfAllocatingIt) {
+  AttributeSpec spec = NonResident(kUnit, {{16, 50, 1, 1}}, kCompressed);
+  spec.compressionUnit = 17;  // 64 MiB units of 512-byte clusters
+  auto reader = Reader(spec);
+  EXPECT_EQ(dynamic_cast<CompressedReader*>(reader.get())->GetUnitSize(), 0u);
+  Bytes buffer(16);
+  EXPECT_EQ(reader->Read(buffer.data(), 16, 0), 0u);
+  spec.compressionUnit = 16;  // 32 MiB: still allowed
+  EXPECT_EQ(dynamic_cast<CompressedReader*>(Reader(spec).get())->GetUnitSize(), uint64_t{1} << 25);
+}
+
+TEST_F(AttributeReadersTest, ReadFarIntoAHugeSparseFilePassesOverItsUnitsWithoutListingThem) {
+  // A petabyte of sparse units behind one stored unit; reading the stored
+  // unit at the end takes no time although the units before it are many.
+  const uint64_t sparseClusters = (uint64_t{1} << 50) / kCluster;
+  auto reader = Reader(NonResident((uint64_t{1} << 50) + kUnit,
+                                   {{sparseClusters, 0, 8, 0}, {16, 100, 1, 1}}, kCompressed));
+  EXPECT_EQ(ReadAll(*reader, 64, (uint64_t{1} << 50) + 10), VolumeBytes(100 * kCluster + 10, 64));
+}
+
+TEST_F(AttributeReadersTest, RunPastTheVolumeEndIsPassedOverAfterItsFirstUnit) {
+  // A damaged run of 2^40 clusters beyond the volume, then a stored unit.
+  const uint64_t clusters = uint64_t{1} << 40;
+  auto reader = Reader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}}, kCompressed));
+  Bytes buffer(kUnit);
+  volume_.ForgetCalls();
+  // The units past the end add nothing, so the next run's bytes come first.
+  EXPECT_EQ(reader->Read(buffer.data(), kUnit, 0), kUnit);
+  EXPECT_EQ(buffer, VolumeBytes(100 * kCluster, kUnit));
+  EXPECT_EQ(volume_.Calls(), (std::vector<MemoryVolume::ReadCall>{{1000 * kCluster, kUnit}, {100 * kCluster, kUnit}}));
+  EXPECT_EQ(ReadAll(*reader, 32, clusters * kCluster), VolumeBytes(100 * kCluster, 32));
+}
+
 TEST_F(AttributeReadersTest, ClusterSizeZeroLeavesNoUnitsInsteadOfCuttingForever) {
   MemoryVolume noGeometry(Bytes(4096, 1), 512, 0);
   ReadersFactory factory(&noGeometry);
