@@ -47,20 +47,18 @@ void IndexBlockMap::Walk(const std::shared_ptr<UsnController>& root, std::vector
     uint64_t position;
   };
   std::vector<Frame> stack;
-  // Blocks on the current path: a sub-node pointing back at one of them
-  // would walk forever, so it adds nothing.
-  std::set<const UsnController*> onPath;
+  // Blocks walked so far. A valid index refers to each block once; in a
+  // damaged one a sub-node pointing back up would walk forever, and blocks
+  // referred to again and again would multiply the walk, so a block met a
+  // second time adds nothing.
+  std::set<const UsnController*> walked;
   auto enter = [&](UsnController* block) {
-    if (!block || onPath.count(block)) return;
+    if (!block || !walked.insert(block).second) return;
     uint8_t node[kNodeHeaderSize];
     if (block->Read(node, kNodeHeaderSize, kNodeHeaderOffset) < kNodeHeaderSize) return;
     stack.push_back(Frame{block, io::LoadLe32(node + kEntriesOffsetOffset) + kNodeHeaderOffset});
-    onPath.insert(block);
   };
-  auto leave = [&]() {
-    onPath.erase(stack.back().block);
-    stack.pop_back();
-  };
+  auto leave = [&]() { stack.pop_back(); };
   enter(root.get());
   // A frame whose sub-node has been walked resumes at its entry with this
   // flag set, so the entry is listed rather than descended into again.

@@ -30,7 +30,8 @@ class IndexBlockMap {
 
   // Appends to recordNumbers the file record numbers of the block's entries
   // in index order, each sub-node's entries before the entry pointing to it.
-  // A null block adds nothing; a sub-node VCN without a block adds nothing.
+  // A null block adds nothing; a sub-node VCN without a block adds nothing,
+  // and so does a block that this walk has met before (damaged indexes only).
   void Walk(const std::shared_ptr<UsnController>& block, std::vector<uint64_t>* recordNumbers) const;
 
   std::size_t GetBlockCount() const { return blocks_.size(); }

@@ -129,6 +129,27 @@ TEST_F(IndexBlockMapTest, TwoBlocksPointingAtEachOtherEndTheWalk) {
   EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{2, 1}));
 }
 
+TEST_F(IndexBlockMapTest, BlockReferredToTwiceIsWalkedOnceInsteadOfMultiplyingTheWalk) {
+  // Forty blocks, each pointing twice at the next: walked again at every
+  // reference this would take 2^40 steps.
+  const uint64_t count = 40;
+  std::vector<Bytes> blocks;
+  for (uint64_t i = 0; i < count; ++i) {
+    std::vector<Bytes> entries;
+    if (i + 1 < count) {
+      entries = {IndexEntryBytes(100 + i, kHasSubNode, (i + 1) * 8), IndexEntryBytes(200 + i, kHasSubNode | kLast, (i + 1) * 8)};
+    } else {
+      entries = {IndexEntryBytes(100 + i, 0), IndexEntryBytes(0, kLast)};
+    }
+    blocks.push_back(IndexBlockBytes(kBlock, 512, i * 8, entries));
+  }
+  IndexBlockMap map(&volume_, Allocation(blocks), kBlock);
+  const std::vector<uint64_t> numbers = WalkFrom(map, 0);
+  std::vector<uint64_t> expected;
+  for (uint64_t i = count; i-- > 0;) expected.push_back(100 + i);
+  EXPECT_EQ(numbers, expected);
+}
+
 TEST_F(IndexBlockMapTest, EntryOfLengthZeroIsListedOnceAndEndsTheBlock) {
   Bytes entry = IndexEntryBytes(40, 0);
   tolvartest::PutLe16(&entry, 8, 0);
