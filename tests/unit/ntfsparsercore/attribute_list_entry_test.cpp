@@ -19,7 +19,7 @@ using ntfsparsercore::AttributeRecord;
 using ntfsparsercore::ParseAttributeList;
 using ntfsparsercore::attributes::readers::ReadersFactory;
 using tolvartest::AttributeListEntryBytes;
-using tolvartest::AttributeSpec;
+using tolvartest::AttributeFields;
 using tolvartest::Bytes;
 using tolvartest::MemorySource;
 using tolvartest::MemoryVolume;
@@ -33,15 +33,15 @@ class AttributeListEntryTest : public tolvartest::QueueTest {
   }
 
   std::vector<AttributeListEntry> ParseValue(const Bytes& value) {
-    AttributeSpec spec;
-    spec.type = 0x20;
-    spec.value = value;
-    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(AttributeBytes(spec)), 0);
+    AttributeFields fields;
+    fields.type = 0x20;
+    fields.value = value;
+    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(AttributeBytes(fields)), 0);
     Attribute list(factory_, {record});
     return ParseAttributeList(list);
   }
 
-  static Bytes AttributeBytes(const AttributeSpec& spec) { return tolvartest::AttributeBytes(spec); }
+  static Bytes AttributeBytes(const AttributeFields& fields) { return tolvartest::AttributeBytes(fields); }
 
   MemoryVolume volume_{Bytes(), 512, 4096};
   std::shared_ptr<ReadersFactory> factory_ = std::make_shared<ReadersFactory>(&volume_);

@@ -13,7 +13,7 @@ namespace {
 
 using ntfsparsercore::AttributeRecord;
 using tolvartest::AttributeBytes;
-using tolvartest::AttributeSpec;
+using tolvartest::AttributeFields;
 using tolvartest::Bytes;
 using tolvartest::DrainErrors;
 using tolvartest::MemorySource;
@@ -31,13 +31,13 @@ std::shared_ptr<MemorySource> RecordWith(const Bytes& attribute) {
 class AttributeRecordTest : public tolvartest::QueueTest {};
 
 TEST_F(AttributeRecordTest, ResidentNamedAttributeKeepsItsHeaderFields) {
-  AttributeSpec spec;
-  spec.type = 0x80;
-  spec.id = 5;
-  spec.flags = 0x8001;
-  spec.name = "Zone";
-  spec.value = Bytes{1, 2, 3, 4, 5, 6, 7};
-  const Bytes bytes = AttributeBytes(spec);
+  AttributeFields fields;
+  fields.type = 0x80;
+  fields.id = 5;
+  fields.flags = 0x8001;
+  fields.name = "Zone";
+  fields.value = Bytes{1, 2, 3, 4, 5, 6, 7};
+  const Bytes bytes = AttributeBytes(fields);
   AttributeRecord record(RecordWith(bytes), kAt);
   EXPECT_EQ(record.GetType(), 0x80u);
   EXPECT_TRUE(record.IsResident());
@@ -53,19 +53,19 @@ TEST_F(AttributeRecordTest, ResidentNamedAttributeKeepsItsHeaderFields) {
   EXPECT_EQ(record.GetOffset(), kAt);
   Bytes value(7);
   EXPECT_EQ(record.Read(value.data(), 7, 0), 7u);
-  EXPECT_EQ(value, spec.value);
+  EXPECT_EQ(value, fields.value);
   EXPECT_TRUE(DrainErrors().empty());
 }
 
 TEST_F(AttributeRecordTest, NonResidentCompressedFirstExtentKeepsSizesAndUnit) {
-  AttributeSpec spec;
-  spec.nonResident = true;
-  spec.flags = 0x0001;
-  spec.compressionUnit = 4;
-  spec.dataSize = 70000;
-  spec.compressedSize = 12288;
-  spec.mappingPairs = tolvartest::MappingPairs({{3, 16, 1, 1}});
-  AttributeRecord record(RecordWith(AttributeBytes(spec)), kAt);
+  AttributeFields fields;
+  fields.nonResident = true;
+  fields.flags = 0x0001;
+  fields.compressionUnit = 4;
+  fields.dataSize = 70000;
+  fields.compressedSize = 12288;
+  fields.mappingPairs = tolvartest::MappingPairs({{3, 16, 1, 1}});
+  AttributeRecord record(RecordWith(AttributeBytes(fields)), kAt);
   EXPECT_FALSE(record.IsResident());
   EXPECT_FALSE(record.IsNamed());
   EXPECT_TRUE(record.IsCompressed());
@@ -80,26 +80,26 @@ TEST_F(AttributeRecordTest, NonResidentCompressedFirstExtentKeepsSizesAndUnit) {
 }
 
 TEST_F(AttributeRecordTest, UncompressedNonResidentAttributeHasNoCompressedSize) {
-  AttributeSpec spec;
-  spec.nonResident = true;
-  spec.compressionUnit = 4;
-  spec.dataSize = 100;
-  spec.compressedSize = 4096;
-  AttributeRecord record(RecordWith(AttributeBytes(spec)), kAt);
+  AttributeFields fields;
+  fields.nonResident = true;
+  fields.compressionUnit = 4;
+  fields.dataSize = 100;
+  fields.compressedSize = 4096;
+  AttributeRecord record(RecordWith(AttributeBytes(fields)), kAt);
   EXPECT_EQ(record.GetSize(), 100u);
   EXPECT_EQ(record.GetCompressedSize(), 0u);
   EXPECT_EQ(record.GetCompressionUnit(), 0u);
 }
 
 TEST_F(AttributeRecordTest, LaterExtentKeepsSizeZero) {
-  AttributeSpec spec;
-  spec.nonResident = true;
-  spec.flags = 0x0001;
-  spec.startingVcn = 32;
-  spec.dataSize = 70000;
-  spec.compressedSize = 12288;
-  spec.compressionUnit = 4;
-  AttributeRecord record(RecordWith(AttributeBytes(spec)), kAt);
+  AttributeFields fields;
+  fields.nonResident = true;
+  fields.flags = 0x0001;
+  fields.startingVcn = 32;
+  fields.dataSize = 70000;
+  fields.compressedSize = 12288;
+  fields.compressionUnit = 4;
+  AttributeRecord record(RecordWith(AttributeBytes(fields)), kAt);
   EXPECT_EQ(record.GetStartingVcn(), 32u);
   EXPECT_EQ(record.GetSize(), 0u);
   EXPECT_EQ(record.GetCompressedSize(), 0u);
@@ -118,11 +118,11 @@ TEST_F(AttributeRecordTest, EndMarkerReportsTheTypeAndKeepsItForTheCallerToStopO
 }
 
 TEST_F(AttributeRecordTest, TypeJustAboveTheLimitIsReportedAndLeavesDefaults) {
-  AttributeSpec spec;
-  spec.type = 4097;
-  spec.flags = 0x0001;
-  spec.value = Bytes{1, 2};
-  AttributeRecord record(RecordWith(AttributeBytes(spec)), kAt);
+  AttributeFields fields;
+  fields.type = 4097;
+  fields.flags = 0x0001;
+  fields.value = Bytes{1, 2};
+  AttributeRecord record(RecordWith(AttributeBytes(fields)), kAt);
   EXPECT_EQ(record.GetType(), 4097u);
   EXPECT_FALSE(record.IsCompressed());
   EXPECT_EQ(record.GetSize(), 0u);
@@ -131,16 +131,16 @@ TEST_F(AttributeRecordTest, TypeJustAboveTheLimitIsReportedAndLeavesDefaults) {
 }
 
 TEST_F(AttributeRecordTest, TypeOf4096IsAccepted) {
-  AttributeSpec spec;
-  spec.type = 4096;
-  AttributeRecord record(RecordWith(AttributeBytes(spec)), kAt);
+  AttributeFields fields;
+  fields.type = 4096;
+  AttributeRecord record(RecordWith(AttributeBytes(fields)), kAt);
   EXPECT_EQ(record.GetType(), 4096u);
   EXPECT_TRUE(DrainErrors().empty());
 }
 
 TEST_F(AttributeRecordTest, NonAsciiNameIsConvertedToUtf8) {
-  AttributeSpec spec;
-  Bytes bytes = AttributeBytes(spec);
+  AttributeFields fields;
+  Bytes bytes = AttributeBytes(fields);
   // Name of three units: e-acute, a CJK ideograph and a surrogate pair (U+1F600).
   const Bytes name = {0xE9, 0x00, 0x2D, 0x4E, 0x3D, 0xD8, 0x00, 0xDE};
   bytes[0x09] = 4;

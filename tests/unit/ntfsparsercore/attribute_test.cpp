@@ -21,7 +21,7 @@ using ntfsparsercore::attributes::readers::CompressedReader;
 using ntfsparsercore::attributes::readers::PlainAttributeReader;
 using ntfsparsercore::attributes::readers::ReadersFactory;
 using tolvartest::AttributeBytes;
-using tolvartest::AttributeSpec;
+using tolvartest::AttributeFields;
 using tolvartest::Bytes;
 using tolvartest::DrainErrors;
 using tolvartest::MemorySource;
@@ -30,8 +30,8 @@ using tolvartest::Record;
 
 class AttributeTest : public tolvartest::QueueTest {
  protected:
-  std::shared_ptr<AttributeRecord> MakeRecord(const AttributeSpec& spec) {
-    auto source = std::make_shared<MemorySource>(AttributeBytes(spec));
+  std::shared_ptr<AttributeRecord> MakeRecord(const AttributeFields& fields) {
+    auto source = std::make_shared<MemorySource>(AttributeBytes(fields));
     return std::make_shared<AttributeRecord>(source, 0);
   }
 
@@ -48,9 +48,9 @@ TEST_F(AttributeTest, EmptyRecordListReportsAndKeepsDefaults) {
 }
 
 TEST_F(AttributeTest, FirstRecordWithTypeAboveTheLimitReportsAfterTheRecordsOwnMessage) {
-  AttributeSpec spec;
-  spec.type = 0xFFFFFFFF;
-  auto record = MakeRecord(spec);
+  AttributeFields fields;
+  fields.type = 0xFFFFFFFF;
+  auto record = MakeRecord(fields);
   Attribute attribute(factory_, {record});
   EXPECT_EQ(attribute.GetType(), 0u);
   EXPECT_TRUE(attribute.IsResident());
@@ -61,7 +61,7 @@ TEST_F(AttributeTest, FirstRecordWithTypeAboveTheLimitReportsAfterTheRecordsOwnM
 }
 
 TEST_F(AttributeTest, FieldsComeFromTheFirstRecord) {
-  AttributeSpec first;
+  AttributeFields first;
   first.nonResident = true;
   first.flags = 0x8001;
   first.id = 9;
@@ -69,7 +69,7 @@ TEST_F(AttributeTest, FieldsComeFromTheFirstRecord) {
   first.dataSize = 5000;
   first.compressedSize = 4096;
   first.compressionUnit = 4;
-  AttributeSpec second = first;
+  AttributeFields second = first;
   second.startingVcn = 2;
   second.id = 3;
   auto r1 = MakeRecord(first);
@@ -91,34 +91,34 @@ TEST_F(AttributeTest, FieldsComeFromTheFirstRecord) {
 }
 
 TEST_F(AttributeTest, ResidentAttributeCopiesTheValueLength) {
-  AttributeSpec spec;
-  spec.type = 0x30;
-  spec.value = Bytes(66, 1);
-  Attribute attribute(factory_, {MakeRecord(spec)});
+  AttributeFields fields;
+  fields.type = 0x30;
+  fields.value = Bytes(66, 1);
+  Attribute attribute(factory_, {MakeRecord(fields)});
   EXPECT_EQ(attribute.GetResidentValueLength(), 66u);
   EXPECT_EQ(attribute.GetSize(), 66u);
 }
 
 TEST_F(AttributeTest, CompressedDataAttributeGetsACompressedReader) {
-  AttributeSpec spec;
-  spec.nonResident = true;
-  spec.flags = 0x0001;
-  spec.compressionUnit = 4;
-  Attribute attribute(factory_, {MakeRecord(spec)});
+  AttributeFields fields;
+  fields.nonResident = true;
+  fields.flags = 0x0001;
+  fields.compressionUnit = 4;
+  Attribute attribute(factory_, {MakeRecord(fields)});
   auto reader = attribute.CreateReader();
   EXPECT_NE(dynamic_cast<CompressedReader*>(reader.get()), nullptr);
 }
 
 TEST_F(AttributeTest, UncompressedDataAttributeGetsAPlainReader) {
-  AttributeSpec spec;
-  spec.nonResident = true;
-  Attribute attribute(factory_, {MakeRecord(spec)});
+  AttributeFields fields;
+  fields.nonResident = true;
+  Attribute attribute(factory_, {MakeRecord(fields)});
   EXPECT_NE(dynamic_cast<PlainAttributeReader*>(attribute.CreateReader().get()), nullptr);
 }
 
 TEST_F(AttributeTest, WithoutAFactoryThereIsNoReader) {
-  AttributeSpec spec;
-  Attribute attribute(nullptr, {MakeRecord(spec)});
+  AttributeFields fields;
+  Attribute attribute(nullptr, {MakeRecord(fields)});
   EXPECT_EQ(attribute.CreateReader(), nullptr);
 }
 

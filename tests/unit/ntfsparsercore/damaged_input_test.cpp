@@ -26,7 +26,7 @@ using ntfsparsercore::IndexBlockMap;
 using ntfsparsercore::UsnController;
 using ntfsparsercore::attributes::readers::Lznt1Decoder;
 using ntfsparsercore::attributes::readers::ReadersFactory;
-using tolvartest::AttributeSpec;
+using tolvartest::AttributeFields;
 using tolvartest::Bytes;
 using tolvartest::MemorySource;
 using tolvartest::MemoryVolume;
@@ -93,15 +93,15 @@ TEST_F(DamagedInputTest, ReadersOfRandomAttributesStayInTheBufferAndEnd) {
   MemoryVolume volume(RandomBytes(random_, 256 * 1024), 512, 512);
   ReadersFactory factory(&volume);
   for (int round = 0; round < 1500; ++round) {
-    AttributeSpec spec;
-    spec.type = random_() % 2 ? 0x80 : 0x20;
-    spec.nonResident = random_() % 4 != 0;
-    spec.flags = static_cast<uint16_t>(random_() % 2 ? 0x0001 : random_());
-    spec.compressionUnit = static_cast<uint16_t>(random_() % 7);
-    spec.dataSize = random_() % (1 << 20);
-    spec.value = RandomBytes(random_, random_() % 300);
-    spec.mappingPairs = RandomBytes(random_, random_() % 48);
-    Bytes bytes = tolvartest::AttributeBytes(spec);
+    AttributeFields fields;
+    fields.type = random_() % 2 ? 0x80 : 0x20;
+    fields.nonResident = random_() % 4 != 0;
+    fields.flags = static_cast<uint16_t>(random_() % 2 ? 0x0001 : random_());
+    fields.compressionUnit = static_cast<uint16_t>(random_() % 7);
+    fields.dataSize = random_() % (1 << 20);
+    fields.value = RandomBytes(random_, random_() % 300);
+    fields.mappingPairs = RandomBytes(random_, random_() % 48);
+    Bytes bytes = tolvartest::AttributeBytes(fields);
     if (random_() % 3 == 0) {
       // Damage a few header bytes too, keeping the type within range.
       for (int i = 0; i < 4; ++i) bytes[8 + random_() % (bytes.size() - 8)] = static_cast<uint8_t>(random_());
@@ -137,12 +137,12 @@ TEST_F(DamagedInputTest, WalksOfRandomIndexBlocksEnd) {
       for (int i = 0; i < 6; ++i) block[24 + random_() % 200] = static_cast<uint8_t>(random_());
       volume.Put((2 + b) * 4096, block);
     }
-    AttributeSpec spec;
-    spec.type = 0xA0;
-    spec.nonResident = true;
-    spec.dataSize = count * 4096;
-    spec.mappingPairs = tolvartest::MappingPairs({{count, 2, 1, 1}});
-    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(spec)), 0);
+    AttributeFields fields;
+    fields.type = 0xA0;
+    fields.nonResident = true;
+    fields.dataSize = count * 4096;
+    fields.mappingPairs = tolvartest::MappingPairs({{count, 2, 1, 1}});
+    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
     auto factory = std::make_shared<ReadersFactory>(&volume);
     IndexBlockMap map(&volume, {std::make_shared<Attribute>(factory, Attribute::RecordList{record})}, 4096);
     for (uint64_t vcn = 0; vcn < count; ++vcn) {

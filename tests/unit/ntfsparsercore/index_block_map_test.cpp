@@ -17,7 +17,7 @@ using ntfsparsercore::Attribute;
 using ntfsparsercore::AttributeRecord;
 using ntfsparsercore::IndexBlockMap;
 using ntfsparsercore::attributes::readers::ReadersFactory;
-using tolvartest::AttributeSpec;
+using tolvartest::AttributeFields;
 using tolvartest::Bytes;
 using tolvartest::DrainErrors;
 using tolvartest::IndexBlockBytes;
@@ -37,14 +37,14 @@ class IndexBlockMapTest : public tolvartest::QueueTest {
   // cluster kFirstLcn of the volume.
   std::vector<std::shared_ptr<Attribute>> Allocation(const std::vector<Bytes>& blocks) {
     for (std::size_t i = 0; i < blocks.size(); ++i) volume_.Put((kFirstLcn + i) * kBlock, blocks[i]);
-    AttributeSpec spec;
-    spec.type = 0xA0;
-    spec.name = "$I30";
-    spec.nonResident = true;
-    spec.dataSize = blocks.size() * kBlock;
-    spec.allocatedSize = spec.dataSize;
-    spec.mappingPairs = tolvartest::MappingPairs({{blocks.size(), static_cast<int64_t>(kFirstLcn), 1, 1}});
-    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(spec)), 0);
+    AttributeFields fields;
+    fields.type = 0xA0;
+    fields.name = "$I30";
+    fields.nonResident = true;
+    fields.dataSize = blocks.size() * kBlock;
+    fields.allocatedSize = fields.dataSize;
+    fields.mappingPairs = tolvartest::MappingPairs({{blocks.size(), static_cast<int64_t>(kFirstLcn), 1, 1}});
+    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
     return {std::make_shared<Attribute>(factory_, Attribute::RecordList{record})};
   }
 
@@ -161,13 +161,13 @@ TEST_F(IndexBlockMapTest, AllocationSizePastTheStoredBlocksEndsAtTheFirstUnreada
   const Bytes node = IndexBlockBytes(kBlock, 512, 0, {IndexEntryBytes(40, 0), IndexEntryBytes(0, kLast)});
   Allocation({node});  // stores the block on the volume
   // A damaged size claims a million blocks; only the first is stored.
-  AttributeSpec spec;
-  spec.type = 0xA0;
-  spec.nonResident = true;
-  spec.dataSize = kBlock << 20;
-  spec.mappingPairs = tolvartest::MappingPairs({{1, static_cast<int64_t>(kFirstLcn), 1, 1}});
+  AttributeFields fields;
+  fields.type = 0xA0;
+  fields.nonResident = true;
+  fields.dataSize = kBlock << 20;
+  fields.mappingPairs = tolvartest::MappingPairs({{1, static_cast<int64_t>(kFirstLcn), 1, 1}});
   volume_.Bytes().resize((kFirstLcn + 1) * kBlock);
-  auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(spec)), 0);
+  auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
   IndexBlockMap map(&volume_, {std::make_shared<Attribute>(factory_, Attribute::RecordList{record})}, kBlock);
   EXPECT_EQ(map.GetBlockCount(), 1u);
   EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40}));

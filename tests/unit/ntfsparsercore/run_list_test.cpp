@@ -25,7 +25,7 @@ using ntfsparsercore::DecodeRunList;
 using ntfsparsercore::RunList;
 using Pair = ntfsparsercore::Run;
 using tolvartest::AttributeBytes;
-using tolvartest::AttributeSpec;
+using tolvartest::AttributeFields;
 using tolvartest::Bytes;
 using tolvartest::MemorySource;
 
@@ -33,11 +33,11 @@ constexpr uint64_t kCluster = 4096;
 
 
 std::shared_ptr<AttributeRecord> RecordWithPairs(const Bytes& pairs, uint64_t startingVcn = 0) {
-  AttributeSpec spec;
-  spec.nonResident = true;
-  spec.startingVcn = startingVcn;
-  spec.mappingPairs = pairs;
-  return std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(AttributeBytes(spec)), 0);
+  AttributeFields fields;
+  fields.nonResident = true;
+  fields.startingVcn = startingVcn;
+  fields.mappingPairs = pairs;
+  return std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(AttributeBytes(fields)), 0);
 }
 
 RunList Decode(const Bytes& pairs) { return DecodeRunList(*RecordWithPairs(pairs), kCluster); }
@@ -106,7 +106,7 @@ TEST_F(RunListTest, LengthWiderThanEightBytesKeepsItsLow64Bits) {
 }
 
 TEST_F(RunListTest, RecordsAreConcatenatedAndEachStartsItsOwnAccumulator) {
-  AttributeSpec spec;
+  AttributeFields fields;
   auto first = RecordWithPairs({0x11, 0x02, 0x40, 0x00});
   auto second = RecordWithPairs({0x11, 0x03, 0x08, 0x00}, 2);
   Attribute attribute(nullptr, {first, second});
@@ -116,9 +116,9 @@ TEST_F(RunListTest, RecordsAreConcatenatedAndEachStartsItsOwnAccumulator) {
 
 TEST_F(RunListTest, MappingPairsThatRunOffTheRecordEndAtTheFirstUnreadableHeader) {
   Bytes bytes = AttributeBytes([] {
-    AttributeSpec spec;
-    spec.nonResident = true;
-    return spec;
+    AttributeFields fields;
+    fields.nonResident = true;
+    return fields;
   }());
   bytes.resize(0x48);
   bytes.insert(bytes.end(), {0x11, 0x01, 0x05, 0x11, 0x01});  // second pair cut short

@@ -34,7 +34,7 @@ using ntfsparsercore::attributes::readers::ExtentList;
 using ntfsparsercore::attributes::readers::IReader;
 using ntfsparsercore::attributes::readers::PlainAttributeReader;
 using ntfsparsercore::attributes::readers::ReadersFactory;
-using tolvartest::AttributeSpec;
+using tolvartest::AttributeFields;
 using tolvartest::Bytes;
 using tolvartest::MemorySource;
 using tolvartest::MemoryVolume;
@@ -57,19 +57,19 @@ class AttributeReadersTest : public tolvartest::QueueTest {
  protected:
   AttributeReadersTest() : volume_(tolvartest::PatternBytes(300 * kCluster), 512, kCluster) {}
 
-  std::shared_ptr<IReader> Reader(const AttributeSpec& spec) {
-    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(spec)), 0);
+  std::shared_ptr<IReader> Reader(const AttributeFields& fields) {
+    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
     return factory_.Create(Attribute(nullptr, {record}));
   }
 
-  static AttributeSpec NonResident(uint64_t size, const std::vector<Pair>& pairs, uint16_t flags = 0) {
-    AttributeSpec spec;
-    spec.nonResident = true;
-    spec.flags = flags;
-    spec.dataSize = size;
-    spec.compressionUnit = (flags & kCompressed) ? 4 : 0;
-    spec.mappingPairs = tolvartest::MappingPairs(pairs);
-    return spec;
+  static AttributeFields NonResident(uint64_t size, const std::vector<Pair>& pairs, uint16_t flags = 0) {
+    AttributeFields fields;
+    fields.nonResident = true;
+    fields.flags = flags;
+    fields.dataSize = size;
+    fields.compressionUnit = (flags & kCompressed) ? 4 : 0;
+    fields.mappingPairs = tolvartest::MappingPairs(pairs);
+    return fields;
   }
 
   Bytes VolumeBytes(uint64_t offset, uint64_t size) {
@@ -145,9 +145,9 @@ TEST_F(AttributeReadersTest, PlainReadOfASparseRunGivesZerosWithoutAVolumeRead) 
 }
 
 TEST_F(AttributeReadersTest, PlainReadOfAResidentValueReadsTheRecord) {
-  AttributeSpec spec;
-  spec.value = Bytes{10, 11, 12, 13, 14, 15};
-  auto reader = Reader(spec);
+  AttributeFields fields;
+  fields.value = Bytes{10, 11, 12, 13, 14, 15};
+  auto reader = Reader(fields);
   EXPECT_EQ(ReadAll(*reader, 3, 2), (Bytes{12, 13, 14}));
   EXPECT_EQ(ReadAll(*reader, 100, 4), (Bytes{14, 15}));
   uint8_t byte;
@@ -260,26 +260,26 @@ TEST_F(AttributeReadersTest, SparseUnitIsReadFromTheVolumesFirstBytes) {
 }
 
 TEST_F(AttributeReadersTest, CompressedAttributeOfAnotherTypeIsReadRawByThePlainReader) {
-  AttributeSpec spec = NonResident(kUnit, {{1, 8, 1, 1}, {15, 0, 1, 0}}, kCompressed);
-  spec.type = 0xA0;
-  auto reader = Reader(spec);
+  AttributeFields fields = NonResident(kUnit, {{1, 8, 1, 1}, {15, 0, 1, 0}}, kCompressed);
+  fields.type = 0xA0;
+  auto reader = Reader(fields);
   EXPECT_NE(dynamic_cast<PlainAttributeReader*>(reader.get()), nullptr);
   EXPECT_EQ(ReadAll(*reader, kCluster, 0), VolumeBytes(8 * kCluster, kCluster));
 }
 
 TEST_F(AttributeReadersTest, CompressedReaderOfAResidentValueReadsThroughThePlainReader) {
-  AttributeSpec spec;
-  spec.flags = kCompressed;
-  spec.value = Bytes{1, 2, 3};
-  auto reader = Reader(spec);
+  AttributeFields fields;
+  fields.flags = kCompressed;
+  fields.value = Bytes{1, 2, 3};
+  auto reader = Reader(fields);
   ASSERT_NE(dynamic_cast<CompressedReader*>(reader.get()), nullptr);
   EXPECT_EQ(ReadAll(*reader, 3, 0), (Bytes{1, 2, 3}));
 }
 
 TEST_F(AttributeReadersTest, UnitExponentPastTheWidthLeavesNoUnitsInsteadOfShiftingOutOfRange) {
-  AttributeSpec spec = NonResident(kUnit, {{16, 50, 1, 1}}, kCompressed);
-  spec.compressionUnit = 64;
-  auto reader = Reader(spec);
+  AttributeFields fields = NonResident(kUnit, {{16, 50, 1, 1}}, kCompressed);
+  fields.compressionUnit = 64;
+  auto reader = Reader(fields);
   auto* compressed = dynamic_cast<CompressedReader*>(reader.get());
   ASSERT_NE(compressed, nullptr);
   EXPECT_EQ(compressed->GetUnitSize(), 0u);
@@ -289,14 +289,14 @@ TEST_F(AttributeReadersTest, UnitExponentPastTheWidthLeavesNoUnitsInsteadOfShift
 }
 
 TEST_F(AttributeReadersTest, UnitLargerThanAnyVolumeCanUseLeavesNoUnitsInsteadOfAllocatingIt) {
-  AttributeSpec spec = NonResident(kUnit, {{16, 50, 1, 1}}, kCompressed);
-  spec.compressionUnit = 17;  // 64 MiB units of 512-byte clusters
-  auto reader = Reader(spec);
+  AttributeFields fields = NonResident(kUnit, {{16, 50, 1, 1}}, kCompressed);
+  fields.compressionUnit = 17;  // 64 MiB units of 512-byte clusters
+  auto reader = Reader(fields);
   EXPECT_EQ(dynamic_cast<CompressedReader*>(reader.get())->GetUnitSize(), 0u);
   Bytes buffer(16);
   EXPECT_EQ(reader->Read(buffer.data(), 16, 0), 0u);
-  spec.compressionUnit = 16;  // 32 MiB: still allowed
-  EXPECT_EQ(dynamic_cast<CompressedReader*>(Reader(spec).get())->GetUnitSize(), uint64_t{1} << 25);
+  fields.compressionUnit = 16;  // 32 MiB: still allowed
+  EXPECT_EQ(dynamic_cast<CompressedReader*>(Reader(fields).get())->GetUnitSize(), uint64_t{1} << 25);
 }
 
 TEST_F(AttributeReadersTest, ReadFarIntoAHugeSparseFilePassesOverItsUnitsWithoutListingThem) {
