@@ -1,0 +1,71 @@
+#include "ntfsparsercore/attributes/readers/plain_attribute_reader.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "ntfsparsercore/run_list.h"
+
+namespace ntfsparsercore {
+namespace attributes {
+namespace readers {
+
+PlainAttributeReader::PlainAttributeReader(IVolume* volume, const Attribute& attribute)
+    : volume_(volume), attribute_(attribute) {}
+
+uint64_t PlainAttributeReader::GetSize() { return attribute_.GetSize(); }
+
+uint64_t PlainAttributeReader::Read(void* buffer, uint64_t size, uint64_t offset) {
+  const uint64_t total = GetSize();
+  if (offset > total || buffer == nullptr) return 0;
+  if (size > total - offset) size = total - offset;
+  uint8_t* out = static_cast<uint8_t*>(buffer);
+  if (attribute_.IsResident()) return ReadResident(out, size, offset);
+  return ReadRuns(out, size, offset);
+}
+
+uint64_t PlainAttributeReader::ReadResident(uint8_t* buffer, uint64_t size, uint64_t offset) {
+  if (offset > attribute_.GetResidentValueLength() || attribute_.GetRecords().empty()) return 0;
+  return attribute_.GetRecords().front()->Read(buffer, size, offset);
+}
+
+uint64_t PlainAttributeReader::ReadRuns(uint8_t* buffer, uint64_t size, uint64_t offset) {
+  if (!volume_) return 0;
+  const RunList runs = BuildRunList(attribute_, volume_->GetClusterSize());
+  uint64_t done = 0;
+  uint64_t skip = offset;
+  for (const Run& run : runs) {
+    if (done >= size) break;
+    if (run.length <= skip) {
+      skip -= run.length;
+      continue;
+    }
+    const uint64_t n = std::min(size - done, run.length);
+    if (run.volumeOffset == 0) {
+      std::memset(buffer + done, 0, static_cast<std::size_t>(n));
+      done += n;
+    } else {
+      done += volume_->Read(buffer + done, n, run.volumeOffset + skip);
+    }
+    skip = 0;
+  }
+  return done;
+}
+
+ExtentList PlainAttributeReader::GetExtents() {
+  ExtentList extents;
+  if (!volume_) return extents;
+  const uint64_t size = GetSize();
+  uint64_t total = 0;
+  for (const Run& run : BuildRunList(attribute_, volume_->GetClusterSize())) {
+    if (total >= size) break;
+    uint64_t length = run.length;
+    total += length;
+    if (total >= size) length -= total - size;
+    extents.push_back(Extent{length, run.volumeOffset, length});
+  }
+  return extents;
+}
+
+}  // namespace readers
+}  // namespace attributes
+}  // namespace ntfsparsercore
