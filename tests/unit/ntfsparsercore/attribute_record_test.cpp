@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <memory>
 #include <vector>
 
@@ -22,8 +24,8 @@ using tolvartest::Record;
 constexpr uint64_t kAt = 0x38;  // where the attribute lies in the record
 
 std::shared_ptr<MemorySource> RecordWith(const Bytes& attribute) {
-  Bytes record(kAt, 0x5A);
-  record.insert(record.end(), attribute.begin(), attribute.end());
+  Bytes record(kAt + attribute.size(), 0x5A);
+  std::copy(attribute.begin(), attribute.end(), record.begin() + kAt);
   tolvartest::PutLe32(&record, record.size(), 0xFFFFFFFF);
   return std::make_shared<MemorySource>(record);
 }
