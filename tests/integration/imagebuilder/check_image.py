@@ -138,6 +138,79 @@ def check_file_system(image):
     print("fsstat and fls -r read the final volume")
 
 
+def istat_text(image, path):
+    status, record, errors = run(["ifind", "-n", path, image])
+    if status != 0 or not record.strip().isdigit():
+        raise Failure("%s not found on %s: %s%s" % (path, image, record.strip(), errors.strip()))
+    status, text, errors = run(["istat", image, record.strip()])
+    if status != 0:
+        raise Failure("istat %s failed: %s" % (path, errors))
+    return record.strip(), text
+
+
+def data_runs(text):
+    """(runs, backward jumps) of the unnamed $DATA clusters istat lists."""
+    clusters = []
+    in_data = False
+    for line in text.splitlines():
+        if line.startswith("Type: "):
+            in_data = re.match(r"Type: \$DATA \(128-\d+\)\s+Name: N/A\s+Non-Resident", line) is not None
+        elif in_data and re.fullmatch(r"[\d ]+", line.strip() or "x"):
+            clusters.extend(int(value) for value in line.split())
+    runs = 1 if clusters else 0
+    backward = 0
+    for before, after in zip(clusters, clusters[1:]):
+        if after != before + 1:
+            runs += 1
+            backward += after < before
+    return runs, backward
+
+
+def check_expected_files(scenario_path, manifest, directory):
+    """The NTFS features a scenario promises (its "expect" section) are on the snapshot image."""
+    with open(scenario_path) as handle:
+        expect = json.load(handle).get("expect")
+    if not expect:
+        return
+    snapshot = manifest["snapshots"][expect["snapshot"] - 1]
+    image = os.path.join(directory, snapshot["image"])
+    checked = 0
+    for fact in expect["files"]:
+        if manifest["cluster_size"] > fact.get("max_cluster_size", manifest["cluster_size"]):
+            continue
+        record, text = istat_text(image, fact["path"])
+        data_lines = [line for line in text.splitlines() if line.startswith("Type: $DATA (128-")]
+        if fact.get("resident") and not any("N/A   Resident" in line for line in data_lines):
+            raise Failure("%s is not resident" % fact["path"])
+        if "data_flag" in fact and not any(fact["data_flag"] in line for line in data_lines):
+            raise Failure("%s: $DATA lacks %s" % (fact["path"], fact["data_flag"]))
+        if "min_runs" in fact:
+            runs, backward = data_runs(text)
+            if runs < fact["min_runs"] or backward < fact["min_backward_jumps"]:
+                raise Failure("%s: %d runs, %d backward" % (fact["path"], runs, backward))
+        if fact.get("data_in_extension_record"):
+            owners = set(re.findall(r"^Type: 128-\d+ \tMFT Entry: (\d+)", text, re.MULTILINE))
+            if len(owners - {record}) == 0:
+                raise Failure("%s: $DATA not in an extension record (owners %s)" % (fact["path"], owners))
+        for stream in fact.get("streams", []):
+            if not any("Name: %s " % stream in line for line in data_lines):
+                raise Failure("%s has no stream %s" % (fact["path"], stream))
+        if "links" in fact and ("Links: %d" % fact["links"]) not in text:
+            raise Failure("%s does not have %d links" % (fact["path"], fact["links"]))
+        if "min_entries" in fact:
+            status, listing, errors = run(["fls", image, record])
+            if len(listing.splitlines()) < fact["min_entries"]:
+                raise Failure("%s lists %d entries" % (fact["path"], len(listing.splitlines())))
+        checked += 1
+    print("%d promised NTFS features found on %s" % (checked, snapshot["image"]))
+
+
+def scenario_file(tool, scenario):
+    if os.path.exists(scenario):
+        return scenario
+    return os.path.join(os.path.dirname(os.path.realpath(tool)), "scenarios", scenario + ".json")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--tool", required=True)
@@ -168,6 +241,7 @@ def main():
         check_vshadowinfo(manifest_path(prefix, manifest), manifest)
         check_store_contents(manifest_path(prefix, manifest), manifest, os.path.dirname(prefix))
         check_file_system(manifest_path(prefix, manifest))
+        check_expected_files(scenario_file(arguments.tool, arguments.scenario), manifest, os.path.dirname(prefix))
     except Failure as failure:
         print("FAIL: %s" % failure)
         return 1
