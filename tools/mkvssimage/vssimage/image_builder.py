@@ -2,6 +2,7 @@
 import json
 import mmap
 import os
+import re
 import subprocess
 import tempfile
 import uuid
@@ -82,16 +83,8 @@ class ImageBuilder:
         return sum(store.allocated_size for store in store_files)
 
     def format_volume(self):
-        if self.volume_size % SECTOR_SIZE or self.cluster_size % SECTOR_SIZE:
-            raise BuildError("volume and cluster sizes must be multiples of %d" % SECTOR_SIZE)
-        with open(self.image, "wb") as handle:
-            handle.truncate(self.volume_size)
-        label = self.scenario.get("label", self.scenario["name"])[:32]
-        command = ["mkntfs", "-T", "-F", "-Q", "-q", "-s", str(SECTOR_SIZE), "-c", str(self.cluster_size),
-                   "-L", label, self.image]
-        completed = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        if completed.returncode != 0:
-            raise BuildError("mkntfs failed: %s" % completed.stderr.decode(errors="replace"))
+        format_volume(self.image, self.volume_size, self.cluster_size,
+                      self.scenario.get("label", self.scenario["name"]))
 
     def clock_at(self, step_index):
         return scenarios.clock_seconds(self.scenario) + step_index * scenarios.STEP_SECONDS
@@ -126,26 +119,12 @@ class ImageBuilder:
 
     def preallocate_store_files(self):
         """Writes the catalog file and one zero-filled store file per snapshot."""
-        catalog_size = max(CATALOG_SIZE, fmt.pages_for(
-            (2 * len(self.snapshot_steps) + 1) * fmt.CATALOG_ENTRY_SIZE) * fmt.PAGE_SIZE)
-        files = [(STORE_FILE_SUFFIX, round_up(catalog_size + alignment_slack(self.cluster_size),
-                                              self.cluster_size))]
+        files = [(STORE_FILE_SUFFIX, catalog_file_size(len(self.snapshot_steps), self.cluster_size))]
         for index in range(len(self.snapshot_steps)):
             files.append((store_file_name(self.store_identifier(index)), self.store_size(index)))
-        with FuseMount(self.image, self.mountpoint, scenarios.clock_text(self.clock_at(0))) as root:
-            os.makedirs(os.path.join(root, STORE_DIRECTORY), exist_ok=True)
-            for name, size in files:
-                write_zeros(os.path.join(root, STORE_DIRECTORY, name), size)
-        described = [self.describe_store_file("/%s/%s" % (STORE_DIRECTORY, name)) for name, _ in files]
+        described = preallocate_store_files(self.image, self.mountpoint, self.cluster_size,
+                                            scenarios.clock_text(self.clock_at(0)), files)
         return described[0], described[1:]
-
-    def describe_store_file(self, path):
-        record = ntfs_facts.record_number(self.image, path)
-        file_reference, clusters = ntfs_facts.unnamed_data_clusters(self.image, record)
-        return StoreFile(path=path, file_reference=file_reference,
-                         allocated_size=len(clusters) * self.cluster_size,
-                         blocks=aligned_blocks(clusters, self.cluster_size),
-                         cluster_runs=ntfs_facts.cluster_runs(clusters))
 
     # Steps ----------------------------------------------------------------------
 
@@ -267,6 +246,42 @@ def store_file_facts(store_file, cluster_size):
 
 # Helpers ------------------------------------------------------------------------------
 
+def catalog_file_size(snapshot_count, cluster_size):
+    """Bytes of the catalog file: 64 KiB as on Windows, more for many snapshots."""
+    entries = 2 * snapshot_count + 1
+    size = max(CATALOG_SIZE, fmt.pages_for(entries * fmt.CATALOG_ENTRY_SIZE) * fmt.PAGE_SIZE)
+    return round_up(size + alignment_slack(cluster_size), cluster_size)
+
+
+def format_volume(image, volume_size, cluster_size, label):
+    """A fresh NTFS volume filling the image file (sparse), formatted with a zero clock."""
+    if volume_size % SECTOR_SIZE or cluster_size % SECTOR_SIZE:
+        raise BuildError("volume and cluster sizes must be multiples of %d" % SECTOR_SIZE)
+    with open(image, "wb") as handle:
+        handle.truncate(volume_size)
+    command = ["mkntfs", "-T", "-F", "-Q", "-q", "-s", str(SECTOR_SIZE), "-c", str(cluster_size),
+               "-L", label[:32], image]
+    completed = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    if completed.returncode != 0:
+        raise BuildError("mkntfs failed: %s" % completed.stderr.decode(errors="replace"))
+
+
+def preallocate_store_files(image, mountpoint, cluster_size, clock, files):
+    """Writes zero-filled files (name, size) under the store folder; returns them as StoreFiles."""
+    with FuseMount(image, mountpoint, clock) as root:
+        os.makedirs(os.path.join(root, STORE_DIRECTORY), exist_ok=True)
+        for name, size in files:
+            write_zeros(os.path.join(root, STORE_DIRECTORY, name), size)
+    return [describe_store_file(image, "/%s/%s" % (STORE_DIRECTORY, name), cluster_size) for name, _ in files]
+
+
+def describe_store_file(image, path, cluster_size):
+    record = ntfs_facts.record_number(image, path)
+    file_reference, clusters = ntfs_facts.unnamed_data_clusters(image, record)
+    return StoreFile(path=path, file_reference=file_reference, allocated_size=len(clusters) * cluster_size,
+                     blocks=aligned_blocks(clusters, cluster_size), cluster_runs=ntfs_facts.cluster_runs(clusters))
+
+
 def round_up(value, unit):
     return -(-value // unit) * unit
 
@@ -355,18 +370,27 @@ def changed_blocks(older_image, newer_image, excluded):
 
 def unused_block_bitmap(cluster_bitmap, cluster_size, volume_size, store_blocks):
     """Store bitmap: a block's bit is set when no cluster in it is in use, or when it holds store pages."""
-    bitmap = bytearray(fmt.bitmap_size(volume_size))
     block_count = -(-volume_size // fmt.BLOCK_SIZE)
     cluster_count = volume_size // cluster_size
-
-    def in_use(cluster):
-        return cluster < cluster_count and (cluster_bitmap[cluster >> 3] >> (cluster & 7)) & 1
-
-    for block in range(block_count):
-        first = block * fmt.BLOCK_SIZE // cluster_size
-        last = ((block + 1) * fmt.BLOCK_SIZE - 1) // cluster_size
-        if block * fmt.BLOCK_SIZE in store_blocks or not any(in_use(c) for c in range(first, last + 1)):
-            bitmap[block >> 3] |= 1 << (block & 7)
+    bitmap = bytearray(b"\xff" * fmt.bitmap_size(volume_size))
+    # Bits past the last block stay clear.
+    for block in range(block_count, len(bitmap) * 8):
+        bitmap[block >> 3] &= ~(1 << (block & 7)) & 0xFF
+    # Only the stretches of the cluster bitmap with clusters in use need a closer look.
+    for stretch in re.finditer(rb"[^\x00]+", cluster_bitmap):
+        for byte_index in range(stretch.start(), stretch.end()):
+            value = cluster_bitmap[byte_index]
+            for bit in range(8):
+                cluster = byte_index * 8 + bit
+                if not (value >> bit) & 1 or cluster >= cluster_count:
+                    continue
+                first = cluster * cluster_size // fmt.BLOCK_SIZE
+                last = ((cluster + 1) * cluster_size - 1) // fmt.BLOCK_SIZE
+                for block in range(first, min(last, block_count - 1) + 1):
+                    bitmap[block >> 3] &= ~(1 << (block & 7)) & 0xFF
+    for offset in store_blocks:
+        block = offset // fmt.BLOCK_SIZE
+        bitmap[block >> 3] |= 1 << (block & 7)
     return bytes(bitmap)
 
 

@@ -52,6 +52,9 @@ class SnapshotStore:
     machine_name: str = "TOLVAR-TEST"
     # Catalog definition flags.
     definition_flags: int = 0x40
+    # When set, the descriptors share this many data blocks in turn instead of one each
+    # (large benchmark volumes whose saved contents do not matter).
+    shared_data_blocks: Optional[int] = None
 
 
 @dataclass
@@ -111,9 +114,12 @@ def write_store(snapshot, volume_size, sink):
     # Same order as Windows: store header, block list, block range list, then the rest.
     header_pages = allocator.take(1)
     list_pages = allocator.take(descriptor_pages)
-    range_page_count = range_pages_needed(allocator, len(originals))
+    data_block_count = len(originals)
+    if snapshot.shared_data_blocks is not None:
+        data_block_count = min(data_block_count, snapshot.shared_data_blocks)
+    range_page_count = range_pages_needed(allocator, data_block_count)
     range_pages = allocator.take(range_page_count)
-    data_blocks = allocator.take(len(originals))
+    data_blocks = allocator.take(data_block_count)
     range_payload = encode_ranges(data_blocks)
     bitmap_pages_taken = allocator.take(bitmap_pages)
     previous_pages = allocator.take(bitmap_pages) if snapshot.previous_bitmap is not None else []
@@ -124,7 +130,8 @@ def write_store(snapshot, volume_size, sink):
     emit(sink, fmt.encode_record(fmt.RECORD_STORE_HEADER, information, header_pages, len(information)))
 
     descriptors = bytearray()
-    for original, (data_offset, relative_offset) in zip(originals, data_blocks):
+    for number, original in enumerate(originals):
+        data_offset, relative_offset = data_blocks[number % data_block_count]
         descriptors += fmt.encode_descriptor(original, relative_offset, data_offset)
         contents = snapshot.saved_blocks[original]
         if contents is not None:
