@@ -94,6 +94,19 @@ class StoreWriterTest(unittest.TestCase):
         self.assertEqual(struct.unpack_from("<Q", written[result.store_header_offset], 48)[0],
                          64 + 2 * (2 + 2 * len("TOLVAR-TEST")))
 
+    def test_an_overlay_follows_its_plain_descriptor_and_not_used_ones_sort_in(self):
+        written = {}
+        store = self.make_store(10, {0x4000: b"\x01" * 16384, 0xC000: b"\x02" * 16384})
+        store.overlays = {0x4000: (0x3, b"\x03" * 16384)}
+        store.not_used = [0x8000]
+        result = write_store(store, 1 << 20, lambda offset, data: written.update({offset: data}))
+        payload = written[result.block_list_offset][128:]
+        entries = [struct.unpack_from(fmt.DESCRIPTOR_LAYOUT, payload, i * 32) for i in range(4)]
+        self.assertEqual([(e[0], e[3], e[4]) for e in entries],
+                         [(0x4000, 0, 0), (0x4000, 2, 0x3), (0x8000, 4, 0), (0xC000, 0, 0)])
+        self.assertEqual(written[entries[1][2]], b"\x03" * 16384)
+        self.assertEqual(result.descriptor_count, 4)
+
     def test_too_small_a_store_file_is_reported(self):
         saved = {i * 16384: None for i in range(8)}
         with self.assertRaises(StoreSpaceError):

@@ -34,6 +34,14 @@ def main(argv=None):
     if arguments.command == "list":
         print("\n".join(scenarios.built_in_names()))
         return 0
+    try:
+        return run_command(arguments)
+    except Exception as error:  # noqa: BLE001 - every failure ends as one line and status 1
+        print("mkvssimage: %s: %s" % (type(error).__name__, error), file=sys.stderr)
+        return 1
+
+
+def run_command(arguments):
     started = time.monotonic()
     if arguments.command == "build":
         missing = missing_tools()

@@ -26,6 +26,11 @@ IDENTIFIER_NAMESPACE = uuid.uuid5(uuid.NAMESPACE_URL, "https://tolvar.invalid/mk
 # store header, block range list and slack for the NTFS metadata a step touches.
 STORE_SLACK_BLOCKS = 64
 SECTOR_SIZE = 512
+# Fillers of the parts of plain and overlay data blocks that a reader must not show.
+PLAIN_FILL = b"\xEE"
+OVERLAY_FILL = b"\xDD"
+# Block stride between the offsets of not-used descriptors.
+NOT_USED_STRIDE = 7919
 ZERO_CHUNK = 1 << 20
 
 
@@ -178,6 +183,14 @@ class ImageBuilder:
                 creation_order=index + 1, creation_time=entry["time"], store_file=store_files[index],
                 saved_blocks=changed, current_bitmap=current,
                 previous_bitmap=previous)
+            if given.get("overlays"):
+                # libvshadow lays a store's overlays only over reads of that same snapshot; an
+                # older snapshot reading through this store sees the plain block alone. So only
+                # blocks that every older store keeps itself are split.
+                kept_by_all_older = [offset for offset in changed
+                                     if all(offset in older.saved_blocks for older in stores)]
+                store.overlays = split_into_overlays(changed, kept_by_all_older, later)
+            store.not_used = not_used_offsets(given.get("not_used_descriptors", 0), self.volume_size)
             stores.append(store)
             previous = with_blocks_set(current, changed)
         return stores
@@ -223,6 +236,8 @@ class ImageBuilder:
                 "bitmap_offset": store_written.bitmap_offset,
                 "previous_bitmap_offset": store_written.previous_bitmap_offset,
                 "descriptors": store_written.descriptor_count,
+                "overlay_descriptors": len(store.overlays),
+                "not_used_descriptors": len(store.not_used),
                 "changed_block_offsets": sorted(store.saved_blocks),
                 "store_blocks_used": store_written.blocks_used,
                 "store_blocks_available": store_written.blocks_available,
@@ -392,6 +407,42 @@ def unused_block_bitmap(cluster_bitmap, cluster_size, volume_size, store_blocks)
         block = offset // fmt.BLOCK_SIZE
         bitmap[block >> 3] |= 1 << (block & 7)
     return bytes(bitmap)
+
+
+def split_into_overlays(changed, candidates, newer_image):
+    """Splits blocks of which only some 512-byte sectors changed into a plain part and an overlay.
+
+    The plain data block keeps the old contents of the unchanged sectors (the changed ones are
+    filled with PLAIN_FILL); the overlay's data block keeps the old contents of the changed
+    sectors (the rest filled with OVERLAY_FILL), and its allocation bitmap names them. A reader
+    must lay the overlay over the plain block to see the old contents. Returns the overlays and
+    rewrites the plain blocks in changed."""
+    sectors = fmt.BLOCK_SIZE // fmt.OVERLAY_SECTOR_SIZE
+    overlays = {}
+    with open(newer_image, "rb") as newer:
+        for offset in candidates:
+            old = changed[offset]
+            newer.seek(offset)
+            new = newer.read(fmt.BLOCK_SIZE)
+            plain, overlay = bytearray(old), bytearray(old)
+            bits = 0
+            for sector in range(sectors):
+                piece = slice(sector * fmt.OVERLAY_SECTOR_SIZE, (sector + 1) * fmt.OVERLAY_SECTOR_SIZE)
+                if old[piece] != new[piece]:
+                    bits |= 1 << sector
+                    plain[piece] = PLAIN_FILL * fmt.OVERLAY_SECTOR_SIZE
+                else:
+                    overlay[piece] = OVERLAY_FILL * fmt.OVERLAY_SECTOR_SIZE
+            if 0 < bits < (1 << sectors) - 1:
+                changed[offset] = bytes(plain)
+                overlays[offset] = (bits, bytes(overlay))
+    return overlays
+
+
+def not_used_offsets(count, volume_size):
+    """count block offsets spread over the volume (a prime stride), for descriptors flagged not used."""
+    block_count = volume_size // fmt.BLOCK_SIZE
+    return [(number * NOT_USED_STRIDE % block_count) * fmt.BLOCK_SIZE for number in range(count)]
 
 
 def with_blocks_set(bitmap, offsets):

@@ -83,6 +83,12 @@ INFO_MACHINE_NAMES = 64
 DESCRIPTOR_SIZE = 32
 DESCRIPTOR_LAYOUT = "<QQQII"
 
+# Descriptor flags.
+DESCRIPTOR_OVERLAY = 0x2
+DESCRIPTOR_NOT_USED = 0x4
+# Bytes covered by one bit of an overlay's allocation bitmap.
+OVERLAY_SECTOR_SIZE = 512
+
 # Entries of the block range list: volume offset, store offset, size.
 RANGE_ENTRY_SIZE = 24
 RANGE_ENTRY_LAYOUT = "<QQQ"

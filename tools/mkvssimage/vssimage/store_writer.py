@@ -1,4 +1,5 @@
 """Lays out and encodes the store: what goes into which 16 KiB block of the store files."""
+import struct
 from dataclasses import dataclass, field
 from typing import Dict, List, Optional, Tuple
 import uuid
@@ -52,6 +53,12 @@ class SnapshotStore:
     machine_name: str = "TOLVAR-TEST"
     # Catalog definition flags.
     definition_flags: int = 0x40
+    # Blocks described by a plain descriptor followed by an overlay: volume offset ->
+    # (allocation bitmap, overlay data block). Each bit of the bitmap stands for 512 bytes
+    # whose old contents come from the overlay's data block rather than the plain one.
+    overlays: Dict[int, Tuple[int, bytes]] = field(default_factory=dict)
+    # Volume offsets of extra descriptors flagged "not used", which readers skip.
+    not_used: List[int] = field(default_factory=list)
     # When set, the descriptors share this many data blocks in turn instead of one each
     # (large benchmark volumes whose saved contents do not matter).
     shared_data_blocks: Optional[int] = None
@@ -108,13 +115,14 @@ def write_store(snapshot, volume_size, sink):
     allocator = BlockAllocator(snapshot.store_file)
     result = WrittenStore(blocks_available=len(snapshot.store_file.blocks))
     originals = sorted(snapshot.saved_blocks)
-    descriptor_pages = fmt.pages_for(len(originals) * fmt.DESCRIPTOR_SIZE)
+    descriptor_count = len(originals) + len(snapshot.overlays) + len(snapshot.not_used)
+    descriptor_pages = fmt.pages_for(descriptor_count * fmt.DESCRIPTOR_SIZE)
     bitmap_pages = fmt.pages_for(fmt.bitmap_size(volume_size))
 
     # Same order as Windows: store header, block list, block range list, then the rest.
     header_pages = allocator.take(1)
     list_pages = allocator.take(descriptor_pages)
-    data_block_count = len(originals)
+    data_block_count = len(originals) + len(snapshot.overlays)
     if snapshot.shared_data_blocks is not None:
         data_block_count = min(data_block_count, snapshot.shared_data_blocks)
     range_page_count = range_pages_needed(allocator, data_block_count)
@@ -129,13 +137,26 @@ def write_store(snapshot, volume_size, sink):
         snapshot.provider_value, snapshot.attribute_flags, snapshot.machine_name)
     emit(sink, fmt.encode_record(fmt.RECORD_STORE_HEADER, information, header_pages, len(information)))
 
-    descriptors = bytearray()
+    entries = []
     for number, original in enumerate(originals):
         data_offset, relative_offset = data_blocks[number % data_block_count]
-        descriptors += fmt.encode_descriptor(original, relative_offset, data_offset)
+        entries.append(fmt.encode_descriptor(original, relative_offset, data_offset))
         contents = snapshot.saved_blocks[original]
         if contents is not None:
             sink(data_offset, contents)
+    overlay_blocks = data_blocks[len(originals):]
+    for original, (data_offset, relative_offset) in zip(sorted(snapshot.overlays), overlay_blocks):
+        allocation, contents = snapshot.overlays[original]
+        entries.append(fmt.encode_descriptor(original, relative_offset, data_offset,
+                                             fmt.DESCRIPTOR_OVERLAY, allocation))
+        sink(data_offset, contents)
+    # Not-used descriptors point at the first data block; readers must not look there.
+    unused_target = data_blocks[0] if data_blocks else (0, 0)
+    for original in snapshot.not_used:
+        entries.append(fmt.encode_descriptor(original, unused_target[1], unused_target[0], fmt.DESCRIPTOR_NOT_USED))
+    # By original offset; for one block the plain descriptor comes before its overlay.
+    entries.sort(key=lambda entry: struct.unpack_from("<Q", entry)[0])
+    descriptors = b"".join(entries)
     emit(sink, fmt.encode_record(fmt.RECORD_BLOCK_LIST, bytes(descriptors), list_pages))
     emit(sink, fmt.encode_record(fmt.RECORD_BLOCK_RANGE_LIST, range_payload, range_pages))
     emit(sink, fmt.encode_record(fmt.RECORD_BITMAP, snapshot.current_bitmap, bitmap_pages_taken))
@@ -147,7 +168,7 @@ def write_store(snapshot, volume_size, sink):
     result.block_range_list_offset = range_pages[0][0]
     result.bitmap_offset = bitmap_pages_taken[0][0]
     result.previous_bitmap_offset = previous_pages[0][0] if previous_pages else 0
-    result.descriptor_count = len(originals)
+    result.descriptor_count = descriptor_count
     result.data_blocks = len(data_blocks)
     result.blocks_used = allocator.used
     return result
