@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Builds one scenario twice into separate folders; every output file must be byte-identical."""
+"""Builds one scenario (or one large volume) twice into separate folders; every output file
+must be byte-identical."""
 import argparse
 import filecmp
 import os
@@ -13,15 +14,20 @@ SKIP = 77
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--tool", required=True)
-    parser.add_argument("--scenario", required=True)
+    parser.add_argument("--scenario", help="built-in name or file")
+    parser.add_argument("--large", help="arguments of the large mode, as one string, instead of a scenario")
     parser.add_argument("--work", required=True)
     arguments = parser.parse_args()
     folders = [os.path.join(arguments.work, name) for name in ("first", "second")]
     for folder in folders:
         shutil.rmtree(folder, ignore_errors=True)
         os.makedirs(folder)
-        completed = subprocess.run([arguments.tool, "build", arguments.scenario, "-o",
-                                    os.path.join(folder, arguments.scenario)])
+        if arguments.large is not None:
+            command = [arguments.tool, "large", "-o", os.path.join(folder, "large")] + arguments.large.split()
+        else:
+            command = [arguments.tool, "build", arguments.scenario, "-o",
+                       os.path.join(folder, os.path.basename(arguments.scenario))]
+        completed = subprocess.run(command)
         if completed.returncode != 0:
             return SKIP if completed.returncode == SKIP else 1
     names = sorted(os.listdir(folders[0]))
