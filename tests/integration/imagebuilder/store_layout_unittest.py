@@ -107,6 +107,18 @@ class StoreWriterTest(unittest.TestCase):
         self.assertEqual(written[entries[1][2]], b"\x03" * 16384)
         self.assertEqual(result.descriptor_count, 4)
 
+    def test_a_forwarder_names_its_target_and_keeps_no_data_block(self):
+        written = {}
+        store = self.make_store(10, {0x4000: b"\x01" * 16384, 0xC000: b"\x02" * 16384})
+        store.forwarders = {0xC000: 0x40000}
+        result = write_store(store, 1 << 20, lambda offset, data: written.update({offset: data}))
+        payload = written[result.block_list_offset][128:]
+        entries = [struct.unpack_from(fmt.DESCRIPTOR_LAYOUT, payload, i * 32) for i in range(3)]
+        self.assertEqual(entries[1], (0xC000, 0x40000, 0, 1, 0))
+        self.assertEqual(entries[2], (0, 0, 0, 0, 0))
+        self.assertEqual(result.data_blocks, 1)
+        self.assertNotIn(b"\x02" * 16384, written.values())
+
     def test_too_small_a_store_file_is_reported(self):
         saved = {i * 16384: None for i in range(8)}
         with self.assertRaises(StoreSpaceError):

@@ -1,4 +1,5 @@
 """Builds an NTFS image with a shadow-copy store from a scenario."""
+import hashlib
 import json
 import mmap
 import os
@@ -166,9 +167,11 @@ class ImageBuilder:
             store_blocks.update(offset for offset, _ in store_file.blocks)
         stores = []
         later_images = [entry["image"] for entry in self.captured[1:]] + [self.image]
+        changes = [changed_blocks(entry["image"], later, store_blocks)
+                   for entry, later in zip(self.captured, later_images)]
         previous = None
         for index, (entry, later) in enumerate(zip(self.captured, later_images)):
-            changed = changed_blocks(entry["image"], later, store_blocks)
+            changed = changes[index]
             current = unused_block_bitmap(entry["cluster_bitmap"], self.cluster_size, self.volume_size,
                                           store_blocks)
             given = self.snapshot_steps[index]
@@ -190,6 +193,12 @@ class ImageBuilder:
                 kept_by_all_older = [offset for offset in changed
                                      if all(offset in older.saved_blocks for older in stores)]
                 store.overlays = split_into_overlays(changed, kept_by_all_older, later)
+            if given.get("forwarders"):
+                next_changed = changes[index + 1] if index + 1 < len(changes) else {}
+                candidates = [offset for offset in sorted(changed) if offset not in store.overlays]
+                store.forwarders = choose_forwarders(changed, candidates, later,
+                                                     store_blocks | set(changed) | set(next_changed),
+                                                     given["forwarders"])
             store.not_used = not_used_offsets(given.get("not_used_descriptors", 0), self.volume_size)
             stores.append(store)
             previous = with_blocks_set(current, changed)
@@ -238,6 +247,7 @@ class ImageBuilder:
                 "descriptors": store_written.descriptor_count,
                 "overlay_descriptors": len(store.overlays),
                 "not_used_descriptors": len(store.not_used),
+                "forwarder_descriptors": len(store.forwarders),
                 "changed_block_offsets": sorted(store.saved_blocks),
                 "store_blocks_used": store_written.blocks_used,
                 "store_blocks_available": store_written.blocks_available,
@@ -437,6 +447,35 @@ def split_into_overlays(changed, candidates, newer_image):
                 changed[offset] = bytes(plain)
                 overlays[offset] = (bits, bytes(overlay))
     return overlays
+
+
+def choose_forwarders(changed, candidates, newer_image, excluded, limit):
+    """Forwarders for up to limit changed blocks whose old contents the newer state holds elsewhere.
+
+    A forwarder sends a reader of block B to block B' of the next newer state. B' is taken
+    only where the newer image holds exactly B's old contents, B' itself is not kept by this
+    store (a plain descriptor for B' would take the forwarder's place) nor by the next one,
+    and no two forwarders share a target. Returns original offset -> target offset."""
+    wanted = {hashlib.blake2b(changed[offset], digest_size=16).digest() for offset in candidates}
+    holders = {}
+    with open(newer_image, "rb") as newer:
+        offset = 0
+        while True:
+            block = newer.read(fmt.BLOCK_SIZE)
+            if len(block) < fmt.BLOCK_SIZE:
+                break
+            digest = hashlib.blake2b(block, digest_size=16).digest()
+            if digest in wanted and offset not in excluded:
+                holders.setdefault(digest, []).append(offset)
+            offset += fmt.BLOCK_SIZE
+    forwarders = {}
+    for original in candidates:
+        if len(forwarders) >= limit:
+            break
+        targets = holders.get(hashlib.blake2b(changed[original], digest_size=16).digest())
+        if targets:
+            forwarders[original] = targets.pop(0)
+    return forwarders
 
 
 def not_used_offsets(count, volume_size):

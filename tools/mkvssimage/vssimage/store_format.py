@@ -84,6 +84,7 @@ DESCRIPTOR_SIZE = 32
 DESCRIPTOR_LAYOUT = "<QQQII"
 
 # Descriptor flags.
+DESCRIPTOR_FORWARDER = 0x1
 DESCRIPTOR_OVERLAY = 0x2
 DESCRIPTOR_NOT_USED = 0x4
 # Bytes covered by one bit of an overlay's allocation bitmap.

@@ -57,6 +57,9 @@ class SnapshotStore:
     # (allocation bitmap, overlay data block). Each bit of the bitmap stands for 512 bytes
     # whose old contents come from the overlay's data block rather than the plain one.
     overlays: Dict[int, Tuple[int, bytes]] = field(default_factory=dict)
+    # Blocks described by a forwarder: volume offset -> offset of the block of the next newer
+    # state that holds the same contents.
+    forwarders: Dict[int, int] = field(default_factory=dict)
     # Volume offsets of extra descriptors flagged "not used", which readers skip.
     not_used: List[int] = field(default_factory=list)
     # When set, the descriptors share this many data blocks in turn instead of one each
@@ -114,8 +117,9 @@ def write_store(snapshot, volume_size, sink):
     """
     allocator = BlockAllocator(snapshot.store_file)
     result = WrittenStore(blocks_available=len(snapshot.store_file.blocks))
-    originals = sorted(snapshot.saved_blocks)
-    descriptor_count = len(originals) + len(snapshot.overlays) + len(snapshot.not_used)
+    originals = sorted(offset for offset in snapshot.saved_blocks if offset not in snapshot.forwarders)
+    descriptor_count = (len(originals) + len(snapshot.overlays) + len(snapshot.forwarders)
+                        + len(snapshot.not_used))
     descriptor_pages = fmt.pages_for(descriptor_count * fmt.DESCRIPTOR_SIZE)
     bitmap_pages = fmt.pages_for(fmt.bitmap_size(volume_size))
 
@@ -150,6 +154,9 @@ def write_store(snapshot, volume_size, sink):
         entries.append(fmt.encode_descriptor(original, relative_offset, data_offset,
                                              fmt.DESCRIPTOR_OVERLAY, allocation))
         sink(data_offset, contents)
+    # A forwarder's relative offset is the target block's original offset; it keeps no data.
+    for original, target in snapshot.forwarders.items():
+        entries.append(fmt.encode_descriptor(original, target, 0, fmt.DESCRIPTOR_FORWARDER))
     # Not-used descriptors point at the first data block; readers must not look there.
     unused_target = data_blocks[0] if data_blocks else (0, 0)
     for original in snapshot.not_used:
