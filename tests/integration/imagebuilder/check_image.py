@@ -8,6 +8,7 @@ newest store's bitmaps mark them unused (those must read as zeros); fsstat and f
 the final volume without complaint. Exit 0 pass, 1 fail, 77 skip (a tool is missing).
 """
 import argparse
+import importlib.util
 import json
 import os
 import re
@@ -32,9 +33,7 @@ def skip_reason():
     missing = [tool for tool in REQUIRED_TOOLS if shutil.which(tool) is None]
     if not os.path.exists("/dev/fuse"):
         missing.append("/dev/fuse")
-    try:
-        import pyvshadow  # noqa: F401
-    except ImportError:
+    if importlib.util.find_spec("pyvshadow") is None:
         missing.append("pyvshadow (python3-libvshadow)")
     return ", ".join(missing)
 

@@ -23,8 +23,9 @@ STORE_FILE_SUFFIX = "{%s}" % fmt.STORE_IDENTIFIER
 CATALOG_SIZE = 64 * 1024
 # Namespace of the identifiers the tool derives from scenario names.
 IDENTIFIER_NAMESPACE = uuid.uuid5(uuid.NAMESPACE_URL, "https://tolvar.invalid/mkvssimage")
-# Store blocks every store needs besides its data blocks, before bitmaps:
-# store header, block range list and slack for the NTFS metadata a step touches.
+# Store blocks every store file gets beyond the estimate of its data blocks and bitmaps:
+# store header, block range list and the NTFS metadata (MFT records, indexes, $Bitmap,
+# $LogFile) a step touches.
 STORE_SLACK_BLOCKS = 64
 SECTOR_SIZE = 512
 # Fillers of the parts of plain and overlay data blocks that a reader must not show.
@@ -66,6 +67,8 @@ class ImageBuilder:
         self.captured = []
         # Per step: what the manifest says about it.
         self.step_records = []
+        # Where the volume is mounted while steps run.
+        self.mountpoint = None
 
     # The whole build --------------------------------------------------------
 
@@ -105,6 +108,9 @@ class ImageBuilder:
         blocks = STORE_SLACK_BLOCKS + 2 * fmt.pages_for(fmt.bitmap_size(self.volume_size))
         for op in self.ops_after_snapshot(snapshot_index):
             blocks += estimated_blocks(op, self.cluster_size)
+        if entry.get("overlays"):
+            # A split block takes two data blocks.
+            blocks *= 2
         blocks += fmt.pages_for(blocks * fmt.DESCRIPTOR_SIZE)
         # One more block for a file whose clusters do not start on a 16 KiB boundary.
         return round_up((blocks + 1) * fmt.BLOCK_SIZE, self.cluster_size)
@@ -162,47 +168,58 @@ class ImageBuilder:
     # The store ------------------------------------------------------------------
 
     def describe_stores(self, catalog, store_files):
+        """What each snapshot's store keeps: the blocks the next step changed, bitmaps, descriptor kinds."""
         store_blocks = set()
         for store_file in [catalog] + store_files:
             store_blocks.update(offset for offset, _ in store_file.blocks)
-        stores = []
         later_images = [entry["image"] for entry in self.captured[1:]] + [self.image]
         changes = [changed_blocks(entry["image"], later, store_blocks)
                    for entry, later in zip(self.captured, later_images)]
+        stores = []
         previous = None
-        for index, (entry, later) in enumerate(zip(self.captured, later_images)):
-            changed = changes[index]
+        for index, entry in enumerate(self.captured):
             current = unused_block_bitmap(entry["cluster_bitmap"], self.cluster_size, self.volume_size,
                                           store_blocks)
-            given = self.snapshot_steps[index]
-            name = self.scenario["name"]
-            store = SnapshotStore(
-                store_identifier=self.store_identifier(index),
-                shadow_copy_id=uuid.UUID(given["shadow_copy_id"]) if "shadow_copy_id" in given
-                else derived_identifier(name, index + 1, "shadow copy"),
-                set_id=uuid.UUID(given["set_id"]) if "set_id" in given
-                else derived_identifier(name, index + 1, "set"),
-                information_id=derived_identifier(name, index + 1, "information"),
-                creation_order=index + 1, creation_time=entry["time"], store_file=store_files[index],
-                saved_blocks=changed, current_bitmap=current,
-                previous_bitmap=previous)
-            if given.get("overlays"):
-                # libvshadow lays a store's overlays only over reads of that same snapshot; an
-                # older snapshot reading through this store sees the plain block alone. So only
-                # blocks that every older store keeps itself are split.
-                kept_by_all_older = [offset for offset in changed
-                                     if all(offset in older.saved_blocks for older in stores)]
-                store.overlays = split_into_overlays(changed, kept_by_all_older, later)
-            if given.get("forwarders"):
-                next_changed = changes[index + 1] if index + 1 < len(changes) else {}
-                candidates = [offset for offset in sorted(changed) if offset not in store.overlays]
-                store.forwarders = choose_forwarders(changed, candidates, later,
-                                                     store_blocks | set(changed) | set(next_changed),
-                                                     given["forwarders"])
-            store.not_used = not_used_offsets(given.get("not_used_descriptors", 0), self.volume_size)
+            store = SnapshotStore(**self.snapshot_identity(index), creation_order=index + 1,
+                                  creation_time=entry["time"], store_file=store_files[index],
+                                  saved_blocks=changes[index], current_bitmap=current,
+                                  previous_bitmap=previous)
+            next_changed = changes[index + 1] if index + 1 < len(changes) else {}
+            self.choose_descriptor_kinds(store, stores, later_images[index], next_changed, store_blocks)
             stores.append(store)
-            previous = with_blocks_set(current, changed)
+            previous = with_blocks_set(current, changes[index])
         return stores
+
+    def snapshot_identity(self, index):
+        """The identifiers of snapshot index: the scenario's, else derived from its name."""
+        given = self.snapshot_steps[index]
+        name = self.scenario["name"]
+
+        def identifier(key, label):
+            return uuid.UUID(given[key]) if key in given else derived_identifier(name, index + 1, label)
+
+        return {"store_identifier": self.store_identifier(index),
+                "shadow_copy_id": identifier("shadow_copy_id", "shadow copy"),
+                "set_id": identifier("set_id", "set"),
+                "information_id": derived_identifier(name, index + 1, "information")}
+
+    def choose_descriptor_kinds(self, store, older_stores, later_image, next_changed, store_blocks):
+        """Overlays, forwarders and not-used descriptors, where the snapshot asks for them."""
+        given = self.snapshot_steps[store.creation_order - 1]
+        changed = store.saved_blocks
+        if given.get("overlays"):
+            # libvshadow lays a store's overlays only over reads of that same snapshot; an
+            # older snapshot reading through this store sees the plain block alone. So only
+            # blocks that every older store keeps itself are split.
+            kept_by_all_older = [offset for offset in changed
+                                 if all(offset in older.saved_blocks for older in older_stores)]
+            store.overlays = split_into_overlays(changed, kept_by_all_older, later_image)
+        if given.get("forwarders"):
+            candidates = [offset for offset in sorted(changed) if offset not in store.overlays]
+            store.forwarders = choose_forwarders(changed, candidates, later_image,
+                                                 store_blocks | set(changed) | set(next_changed),
+                                                 given["forwarders"])
+        store.not_used = not_used_offsets(given.get("not_used_descriptors", 0), self.volume_size)
 
     def write_stores(self, catalog, stores):
         descriptor = os.open(self.image, os.O_WRONLY)

@@ -12,7 +12,6 @@ import os
 import random
 import struct
 import tempfile
-import uuid
 
 from . import ntfs_facts
 from . import scenario as scenarios
