@@ -134,7 +134,11 @@ def check_file_system(image):
             raise Failure("%s complained (status %d): %s" % (command[0], status, errors.strip()))
         if not output.strip():
             raise Failure("%s printed nothing" % command[0])
-    print("fsstat and fls -r read the final volume")
+    if shutil.which("ntfsfix"):
+        status, output, errors = run(["ntfsfix", "-n", image])
+        if status != 0:
+            raise Failure("ntfsfix -n found problems: %s%s" % (output, errors))
+    print("fsstat and fls -r (and ntfsfix -n) read the final volume")
 
 
 def istat_text(image, path):
