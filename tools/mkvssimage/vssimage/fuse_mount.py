@@ -2,6 +2,7 @@
 import os
 import shutil
 import subprocess
+import tempfile
 import time
 
 # libfaketime's preload library on Debian.
@@ -15,9 +16,17 @@ class FuseError(Exception):
     """ntfs-3g could not mount or unmount the image."""
 
 
+class MountUnavailable(FuseError):
+    """This machine cannot mount NTFS images at all (the first mount failed)."""
+
+
+# Programs a build runs: formatting, mounting, and The Sleuth Kit's record lookups.
+NEEDED_PROGRAMS = ("mkntfs", "ntfs-3g", "umount", "cp", "ifind", "istat", "icat")
+
+
 def missing_tools():
-    """Names of what a FUSE mount needs but this machine lacks."""
-    missing = [tool for tool in ("ntfs-3g", "umount") if shutil.which(tool) is None]
+    """Names of what a build needs but this machine lacks."""
+    missing = [tool for tool in NEEDED_PROGRAMS if shutil.which(tool) is None]
     if not os.path.exists("/dev/fuse"):
         missing.append("/dev/fuse")
     if not os.path.exists(FAKETIME_LIBRARY):
@@ -45,19 +54,23 @@ class FuseMount:
         self.options = options
         # The running driver.
         self.process = None
+        # File that collects the driver's messages.
+        self.messages = None
 
     def __enter__(self):
         os.makedirs(self.mountpoint, exist_ok=True)
         environment = dict(os.environ, TZ="UTC", FAKETIME=self.clock,
                            LD_PRELOAD=FAKETIME_LIBRARY, FAKETIME_DONT_FAKE_MONOTONIC="1")
         options = ",".join(("no_detach",) + tuple(self.options))
+        # The driver's messages go to a file: a pipe nobody reads could fill up and stall it.
+        self.messages = tempfile.TemporaryFile()
         self.process = subprocess.Popen(["ntfs-3g", "-o", options, self.image, self.mountpoint],
                                         env=environment, stdout=subprocess.DEVNULL,
-                                        stderr=subprocess.PIPE)
+                                        stderr=self.messages)
         deadline = time.monotonic() + MOUNT_TIMEOUT_SECONDS
         while not is_mounted(self.mountpoint):
             if self.process.poll() is not None:
-                raise FuseError("ntfs-3g exited: %s" % self.process.stderr.read().decode(errors="replace"))
+                raise FuseError("ntfs-3g exited: %s" % self.driver_messages())
             if time.monotonic() > deadline:
                 self.process.kill()
                 raise FuseError("ntfs-3g did not mount %s" % self.image)
@@ -72,7 +85,11 @@ class FuseMount:
         except subprocess.TimeoutExpired:
             self.process.kill()
             raise FuseError("ntfs-3g did not exit after unmounting %s" % self.image)
-        self.process.stderr.close()
         if self.process.returncode != 0:
-            raise FuseError("ntfs-3g ended with status %d" % self.process.returncode)
+            raise FuseError("ntfs-3g ended with status %d: %s" % (self.process.returncode, self.driver_messages()))
+        self.messages.close()
         return False
+
+    def driver_messages(self):
+        self.messages.seek(0)
+        return self.messages.read().decode(errors="replace").strip()

@@ -1,4 +1,5 @@
 """Builds an NTFS image with a shadow-copy store from a scenario."""
+import contextlib
 import hashlib
 import json
 import mmap
@@ -12,7 +13,7 @@ from . import ntfs_facts
 from . import scenario as scenarios
 from . import store_format as fmt
 from .file_operations import FileOperations, SMALLEST_NON_RESIDENT
-from .fuse_mount import FuseMount
+from .fuse_mount import FuseError, FuseMount, MountUnavailable
 from .store_writer import SnapshotStore, StoreFile, write_catalog, write_store
 
 # Folder that holds the store files, as Windows names it.
@@ -309,8 +310,14 @@ def format_volume(image, volume_size, cluster_size, label):
 
 
 def preallocate_store_files(image, mountpoint, cluster_size, clock, files):
-    """Writes zero-filled files (name, size) under the store folder; returns them as StoreFiles."""
-    with FuseMount(image, mountpoint, clock) as root:
+    """Writes zero-filled files (name, size) under the store folder; returns them as StoreFiles.
+
+    This is the first mount of a build: if it cannot be made, the machine cannot mount images."""
+    with contextlib.ExitStack() as stack:
+        try:
+            root = stack.enter_context(FuseMount(image, mountpoint, clock))
+        except FuseError as error:
+            raise MountUnavailable(str(error)) from error
         os.makedirs(os.path.join(root, STORE_DIRECTORY), exist_ok=True)
         for name, size in files:
             write_zeros(os.path.join(root, STORE_DIRECTORY, name), size)
