@@ -141,9 +141,32 @@ def write_store(snapshot, volume_size, sink):
         snapshot.provider_value, snapshot.attribute_flags, snapshot.machine_name)
     emit(sink, fmt.encode_record(fmt.RECORD_STORE_HEADER, information, header_pages, len(information)))
 
+    descriptors = encode_block_list(snapshot, originals, data_blocks, sink)
+    emit(sink, fmt.encode_record(fmt.RECORD_BLOCK_LIST, descriptors, list_pages))
+    emit(sink, fmt.encode_record(fmt.RECORD_BLOCK_RANGE_LIST, range_payload, range_pages))
+    emit(sink, fmt.encode_record(fmt.RECORD_BITMAP, snapshot.current_bitmap, bitmap_pages_taken))
+    if previous_pages:
+        emit(sink, fmt.encode_record(fmt.RECORD_BITMAP, snapshot.previous_bitmap, previous_pages))
+
+    result.store_header_offset = header_pages[0][0]
+    result.block_list_offset = list_pages[0][0]
+    result.block_range_list_offset = range_pages[0][0]
+    result.bitmap_offset = bitmap_pages_taken[0][0]
+    result.previous_bitmap_offset = previous_pages[0][0] if previous_pages else 0
+    result.descriptor_count = descriptor_count
+    result.data_blocks = len(data_blocks)
+    result.blocks_used = allocator.used
+    return result
+
+
+def encode_block_list(snapshot, originals, data_blocks, sink):
+    """Block list payload; the old contents go to the data blocks through sink on the way.
+
+    Plain descriptors use the data blocks in turn (more than once when they are shared),
+    overlays the data blocks after them."""
     entries = []
     for number, original in enumerate(originals):
-        data_offset, relative_offset = data_blocks[number % data_block_count]
+        data_offset, relative_offset = data_blocks[number % len(data_blocks)]
         entries.append(fmt.encode_descriptor(original, relative_offset, data_offset))
         contents = snapshot.saved_blocks[original]
         if contents is not None:
@@ -160,25 +183,11 @@ def write_store(snapshot, volume_size, sink):
     # Not-used descriptors point at the first data block; readers must not look there.
     unused_target = data_blocks[0] if data_blocks else (0, 0)
     for original in snapshot.not_used:
-        entries.append(fmt.encode_descriptor(original, unused_target[1], unused_target[0], fmt.DESCRIPTOR_NOT_USED))
+        entries.append(fmt.encode_descriptor(original, unused_target[1], unused_target[0],
+                                             fmt.DESCRIPTOR_NOT_USED))
     # By original offset; for one block the plain descriptor comes before its overlay.
     entries.sort(key=lambda entry: struct.unpack_from("<Q", entry)[0])
-    descriptors = b"".join(entries)
-    emit(sink, fmt.encode_record(fmt.RECORD_BLOCK_LIST, bytes(descriptors), list_pages))
-    emit(sink, fmt.encode_record(fmt.RECORD_BLOCK_RANGE_LIST, range_payload, range_pages))
-    emit(sink, fmt.encode_record(fmt.RECORD_BITMAP, snapshot.current_bitmap, bitmap_pages_taken))
-    if previous_pages:
-        emit(sink, fmt.encode_record(fmt.RECORD_BITMAP, snapshot.previous_bitmap, previous_pages))
-
-    result.store_header_offset = header_pages[0][0]
-    result.block_list_offset = list_pages[0][0]
-    result.block_range_list_offset = range_pages[0][0]
-    result.bitmap_offset = bitmap_pages_taken[0][0]
-    result.previous_bitmap_offset = previous_pages[0][0] if previous_pages else 0
-    result.descriptor_count = descriptor_count
-    result.data_blocks = len(data_blocks)
-    result.blocks_used = allocator.used
-    return result
+    return b"".join(entries)
 
 
 def range_pages_needed(allocator, data_block_count):
