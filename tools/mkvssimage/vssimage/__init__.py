@@ -1,0 +1,1 @@
+"""Makes NTFS volume images that carry a Volume Shadow Copy store."""

@@ -1,0 +1,95 @@
+"""Mounts an NTFS image with ntfs-3g (FUSE) under a frozen clock."""
+import os
+import shutil
+import subprocess
+import tempfile
+import time
+
+# libfaketime's preload library on Debian.
+FAKETIME_LIBRARY = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"
+# How long to wait for the mount to appear and for the driver to exit.
+MOUNT_TIMEOUT_SECONDS = 20
+POLL_SECONDS = 0.005
+
+
+class FuseError(Exception):
+    """ntfs-3g could not mount or unmount the image."""
+
+
+class MountUnavailable(FuseError):
+    """This machine cannot mount NTFS images at all (the first mount failed)."""
+
+
+# Programs a build runs: formatting, mounting, and The Sleuth Kit's record lookups.
+NEEDED_PROGRAMS = ("mkntfs", "ntfs-3g", "umount", "cp", "ifind", "istat", "icat")
+
+
+def missing_tools():
+    """Names of what a build needs but this machine lacks."""
+    missing = [tool for tool in NEEDED_PROGRAMS if shutil.which(tool) is None]
+    if not os.path.exists("/dev/fuse"):
+        missing.append("/dev/fuse")
+    if not os.path.exists(FAKETIME_LIBRARY):
+        missing.append(FAKETIME_LIBRARY)
+    return missing
+
+
+def is_mounted(mountpoint):
+    target = os.path.realpath(mountpoint)
+    with open("/proc/self/mountinfo") as mounts:
+        return any(line.split()[4] == target for line in mounts)
+
+
+class FuseMount:
+    """Context manager: the image is mounted read-write at mountpoint while inside."""
+
+    def __init__(self, image, mountpoint, clock, options=("compression",)):
+        # Image file to mount.
+        self.image = image
+        # Directory the volume appears under.
+        self.mountpoint = mountpoint
+        # Frozen wall clock for the driver, "YYYY-MM-DD HH:MM:SS" in UTC.
+        self.clock = clock
+        # ntfs-3g mount options besides no_detach.
+        self.options = options
+        # The running driver.
+        self.process = None
+        # File that collects the driver's messages.
+        self.messages = None
+
+    def __enter__(self):
+        os.makedirs(self.mountpoint, exist_ok=True)
+        environment = dict(os.environ, TZ="UTC", FAKETIME=self.clock,
+                           LD_PRELOAD=FAKETIME_LIBRARY, FAKETIME_DONT_FAKE_MONOTONIC="1")
+        options = ",".join(("no_detach",) + tuple(self.options))
+        # The driver's messages go to a file: a pipe nobody reads could fill up and stall it.
+        self.messages = tempfile.TemporaryFile()
+        self.process = subprocess.Popen(["ntfs-3g", "-o", options, self.image, self.mountpoint],
+                                        env=environment, stdout=subprocess.DEVNULL,
+                                        stderr=self.messages)
+        deadline = time.monotonic() + MOUNT_TIMEOUT_SECONDS
+        while not is_mounted(self.mountpoint):
+            if self.process.poll() is not None:
+                raise FuseError("ntfs-3g exited: %s" % self.driver_messages())
+            if time.monotonic() > deadline:
+                self.process.kill()
+                raise FuseError("ntfs-3g did not mount %s" % self.image)
+            time.sleep(POLL_SECONDS)
+        return self.mountpoint
+
+    def __exit__(self, *exc):
+        subprocess.run(["umount", self.mountpoint], check=True)
+        # The driver writes the volume's last state before it exits.
+        try:
+            self.process.wait(MOUNT_TIMEOUT_SECONDS)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            raise FuseError("ntfs-3g did not exit after unmounting %s" % self.image)
+        if self.process.returncode != 0:
+            raise FuseError("ntfs-3g ended with status %d: %s" % (self.process.returncode, self.driver_messages()))
+        self.messages.close()
+        return False
+
+    def driver_messages(self):
+        self.messages.seek(0)
+        return self.messages.read().decode(errors="replace").strip()
