@@ -36,6 +36,11 @@
 //     replaces it in the map, until a descriptor for its target takes it
 //     out (step 4).
 //
+// A descriptor flagged both forwarder and overlay (never seen on real
+// disks) can make libvshadow free a descriptor that an overlay still
+// refers to, and then read freed memory; here such a descriptor keeps the
+// values it was given.
+//
 // Keys are compared exactly while building; reads look a block up by the
 // 16 KiB range starting at each key. The map and the reverse list are
 // ordered maps, so building costs O(log n) per descriptor and a lookup
