@@ -146,6 +146,14 @@ TEST_F(StoreSnapshotSourceTest, ForwarderContinuesAtTheNextStoreWithItsTargetBlo
   EXPECT_EQ(ReadOf(*view, 5 * kBlock, kBlock), VolumeBlock(41));
 }
 
+TEST_F(StoreSnapshotSourceTest, ForwarderToAnUnalignedTargetSpansTwoBlocksOfTheNextStore) {
+  BlockDescriptor forwarder = Forwarder(5, 9);
+  forwarder.relativeOffset += kSector;
+  auto view = View({Layer({forwarder}), Layer({Plain(9, 41), Plain(10, 42)})}, 0);
+  EXPECT_EQ(ReadOf(*view, 5 * kBlock, kBlock),
+            Join({VolumeAt(41 * kBlock + kSector, kBlock - kSector), VolumeAt(42 * kBlock, kSector)}));
+}
+
 TEST_F(StoreSnapshotSourceTest, ForwarderToABlockTheNextStoreDoesNotKeepReadsTheVolumeAtTheTarget) {
   auto view = View({Layer({Forwarder(5, 9)}), Layer({})}, 0);
   EXPECT_EQ(ReadOf(*view, 5 * kBlock, kBlock), VolumeBlock(9));
