@@ -108,6 +108,12 @@ void StoreBlockMap::Add(const BlockDescriptor& descriptor) {
   if (incoming.IsForwarder()) reverse_[incoming.relativeOffset] = incoming.originalOffset;
 }
 
+void StoreBlockMap::AddPayload(const uint8_t* payload, uint64_t size) {
+  for (uint64_t at = 0; size - at >= BlockDescriptor::kSize; at += BlockDescriptor::kSize) {
+    Add(BlockDescriptor::Parse(payload + at));
+  }
+}
+
 void StoreBlockMap::AddOverlay(const BlockDescriptor& descriptor, Mapping& existing) {
   if (existing.descriptor.IsOverlay()) {
     existing.descriptor.allocationBitmap |= descriptor.allocationBitmap;

@@ -40,6 +40,10 @@ class StoreBlockMap {
   // offset the store is unusable and the rest of the list is ignored.
   void Add(const BlockDescriptor& descriptor);
 
+  // Folds every whole 32-byte slot of one block-list page payload, front to
+  // back; a trailing part slot is ignored.
+  void AddPayload(const uint8_t* payload, uint64_t size);
+
   // False when the block list holds a descriptor that makes the whole store
   // unreadable; every read that reaches such a store fails.
   bool IsUsable() const { return usable_; }

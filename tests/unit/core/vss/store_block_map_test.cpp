@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
+
+#include "ntfsparsercore/io/little_endian.h"
 
 namespace {
 
@@ -245,6 +248,49 @@ TEST(StoreBlockMap, KeyNearTheTopOfTheRangeDoesNotOverflowTheLookup) {
   StoreBlockMap map({high});
   EXPECT_NE(map.Find(UINT64_MAX), nullptr);
   EXPECT_EQ(map.Find(UINT64_MAX - 101), nullptr);
+}
+
+std::vector<uint8_t> PayloadOf(const std::vector<BlockDescriptor>& list, std::size_t extraBytes) {
+  std::vector<uint8_t> bytes(list.size() * BlockDescriptor::kSize + extraBytes, 0);
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    uint8_t* slot = bytes.data() + i * BlockDescriptor::kSize;
+    ntfsparsercore::io::StoreLe64(slot + 0, list[i].originalOffset);
+    ntfsparsercore::io::StoreLe64(slot + 8, list[i].relativeOffset);
+    ntfsparsercore::io::StoreLe64(slot + 16, list[i].storeDataOffset);
+    ntfsparsercore::io::StoreLe32(slot + 24, list[i].flags);
+    ntfsparsercore::io::StoreLe32(slot + 28, list[i].allocationBitmap);
+  }
+  return bytes;
+}
+
+TEST(StoreBlockMap, PayloadIsFoldedSlotBySlotIncludingSlotsAfterAnEmptyOne) {
+  const std::vector<uint8_t> payload = PayloadOf({Plain(1, 40), BlockDescriptor{}, Forwarder(2, 7), Plain(7, 41)}, 0);
+  StoreBlockMap map;
+  map.AddPayload(payload.data(), payload.size());
+  EXPECT_EQ(map.Find(1 * kBlock)->descriptor.storeDataOffset, 40 * kBlock);
+  EXPECT_EQ(map.Find(2 * kBlock)->descriptor.storeDataOffset, 41 * kBlock);
+  EXPECT_EQ(map.MappingCount(), 2u);
+}
+
+TEST(StoreBlockMap, PayloadTrailingPartSlotIsIgnored) {
+  std::vector<uint8_t> payload = PayloadOf({Plain(1, 40)}, 31);
+  std::fill(payload.end() - 31, payload.end(), 0x11);
+  StoreBlockMap map;
+  map.AddPayload(payload.data(), payload.size());
+  EXPECT_EQ(map.MappingCount(), 1u);
+  map.AddPayload(payload.data(), 0);
+  EXPECT_EQ(map.MappingCount(), 1u);
+}
+
+TEST(StoreBlockMap, PageSizedPayloadHolds508Slots) {
+  std::vector<BlockDescriptor> list;
+  for (uint64_t i = 0; i < 508; ++i) list.push_back(Plain(i, 1000 + i));
+  const std::vector<uint8_t> payload = PayloadOf(list, 0);
+  ASSERT_EQ(payload.size(), 16256u);
+  StoreBlockMap map;
+  map.AddPayload(payload.data(), payload.size());
+  EXPECT_EQ(map.MappingCount(), 508u);
+  EXPECT_EQ(map.Find(507 * kBlock)->descriptor.storeDataOffset, 1507 * kBlock);
 }
 
 }  // namespace
