@@ -12,7 +12,8 @@
 //    cluster) when the backup boot sector at that size minus 512 agrees,
 //    else the volume size of the first store definition in the catalog.
 //    A read from at or past the end delivers nothing; one that crosses it
-//    is cut at the end. A read that fails anywhere fails as a whole.
+//    is cut at the end. A read that fails anywhere fails as a whole there;
+//    here it delivers the bytes before the failure, a short count.
 //
 // Reading store s of the view of store k at offset, one piece at a time
 // (a piece normally runs to the next 16 KiB boundary, rel = offset mod
@@ -43,10 +44,11 @@
 //     k itself (the newest shadow copy), no forwarder left in the reverse
 //     list targets the block, the store's current bitmap marks the block
 //     (set bit: not in use) and, if the store has a previous bitmap, that
-//     one marks it too. Otherwise it comes from the volume at the offset.
+//     one marks it too. Each bitmap is the payload of every page of its
+//     chain, one bit per 16 KiB block; blocks past its end are not marked. Otherwise it comes from the volume at the offset.
 //     Views of older shadow copies never read zeros of their own.
-//  5. Offsets are signed 64-bit in libvshadow: a data offset of 2^63 or
-//     more cannot be read.
+//  5. Offsets are signed 64-bit in libvshadow: a data offset plus rel that
+//     reaches 2^63 or more cannot be read.
 // Forwarders always lead to the next newer store, so a read visits each
 // store at most once along any path and always ends.
 #include "core/vss/store_snapshot_source.h"
