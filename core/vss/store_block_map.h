@@ -1,0 +1,73 @@
+// Where one store keeps the old contents of each volume block: its block
+// list folded, in one pass, into a map from original offset to the
+// descriptor that wins, with overlays attached and forwarders chained the
+// way libvshadow reads them (see store_block_map.cpp).
+#ifndef TOLVAR_CORE_VSS_STORE_BLOCK_MAP_H_
+#define TOLVAR_CORE_VSS_STORE_BLOCK_MAP_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "core/vss/block_descriptor.h"
+
+namespace tolvarcore {
+namespace vss {
+
+class StoreBlockMap {
+ public:
+  static constexpr uint64_t kBlockSize = 16384;  // bytes of volume one descriptor describes
+
+  // What the store holds for one block.
+  struct Mapping {
+    // The descriptor that describes the block; its originalOffset is the key.
+    BlockDescriptor descriptor;
+    bool hasOverlay = false;  // overlay below holds sectors kept for this block
+    BlockDescriptor overlay;  // an overlay attached to a non-overlay descriptor
+
+    // The overlay in force for this block: the descriptor itself when it is
+    // one, else the attached overlay, else null.
+    const BlockDescriptor* OverlayOf() const;
+  };
+
+  StoreBlockMap() = default;
+  // Folds a whole block list, in list order.
+  explicit StoreBlockMap(const std::vector<BlockDescriptor>& blockList);
+
+  // Folds the next descriptor of the block list. Empty and not-used
+  // descriptors change nothing; after a forwarder that names a store data
+  // offset the store is unusable and the rest of the list is ignored.
+  void Add(const BlockDescriptor& descriptor);
+
+  // Folds every whole 32-byte slot of one block-list page payload, front to
+  // back; a trailing part slot is ignored.
+  void AddPayload(const uint8_t* payload, uint64_t size);
+
+  // False when the block list holds a descriptor that makes the whole store
+  // unreadable; every read that reaches such a store fails.
+  bool IsUsable() const { return usable_; }
+
+  // The mapping whose 16 KiB range [original offset, +kBlockSize) holds
+  // offset, or null.
+  const Mapping* Find(uint64_t offset) const;
+
+  // True when a forwarder still waiting for its target names a 16 KiB range
+  // [relative offset, +kBlockSize) that holds offset.
+  bool IsForwardTarget(uint64_t offset) const;
+
+  std::size_t MappingCount() const { return forward_.size(); }
+  std::size_t ForwardTargetCount() const { return reverse_.size(); }
+
+ private:
+  void AddOverlay(const BlockDescriptor& descriptor, Mapping& existing);
+
+  std::map<uint64_t, Mapping> forward_;   // by original offset: the mapping of each described block
+  std::map<uint64_t, uint64_t> reverse_;  // by forwarder's relative offset: that forwarder's original offset
+  bool usable_ = true;                    // false once a descriptor made the store unreadable
+};
+
+}  // namespace vss
+}  // namespace tolvarcore
+
+#endif  // TOLVAR_CORE_VSS_STORE_BLOCK_MAP_H_
