@@ -1,6 +1,15 @@
 #include "core/block_processor.h"
 
 #include <cstring>
+#include <iterator>
+
+#include "api/error_queue.h"
+#include "core/bit_map_processor.h"
+#include "core/volume_provider.h"
+#include "core/vss/mark_indexed_blocks.h"
+#include "core/vss/records/catalog.h"
+#include "core/vss/snapshot_sequence.h"
+#include "core/vss/vss_volume.h"
 
 namespace tolvarcore {
 
@@ -22,6 +31,71 @@ BlockProcessor::BlockProcessor(const BlockProcessor& other)
       blockBuffer_(IsValidBlockSize(other.blockSize_) ? new uint8_t[other.blockSize_] : nullptr) {}
 
 BlockProcessor::~BlockProcessor() = default;
+
+namespace {
+
+std::unique_ptr<vss::records::Catalog> OpenCatalog(const vss::VssVolume& volume) {
+  return std::make_unique<vss::records::Catalog>(volume.OpenRecord(volume.GetCatalogOffset()));
+}
+
+// Store bitmap length for a volume of size bytes: one bit per 16 KiB block.
+uint64_t StoreBitmapBytes(uint64_t size) {
+  const uint64_t blocks = size / BlockProcessor::kStoreBlockSize + (size % BlockProcessor::kStoreBlockSize != 0);
+  return blocks / 8 + (blocks % 8 != 0);
+}
+
+}  // namespace
+
+int64_t BlockProcessor::Compute(vss::api::VssContext& context, VolumeProvider& volumeProvider,
+                                const std::shared_ptr<vss::VssVolume>& volume,
+                                const std::shared_ptr<vss::VssVolume>& storage,
+                                const std::pair<std::string, std::string>& identifiers) {
+  if (!blockBuffer_) return kFailed;
+
+  // Both stores' catalogs are read; the sequence comes from the storage's.
+  auto volumeCatalog = OpenCatalog(*volume);
+  auto storageCatalog = OpenCatalog(*storage);
+  vss::SnapshotList sequence = vss::BuildSnapshotList(*storageCatalog);
+  if (!vss::BuildSnapshotSequence(identifiers, context, *storage, &sequence)) {
+    ReportCodedError(kErrorStore, "Failed to get snapshot sequence");
+    return kFailed;
+  }
+  const std::shared_ptr<vss::Snapshot> start = sequence.front();
+  const std::shared_ptr<vss::Snapshot> end = sequence.back();
+
+  const uint64_t bitmapBytes = StoreBitmapBytes(end->GetVolumeSize());
+  auto changed = std::make_shared<BitMap>(bitmapBytes);
+  auto comparison = std::make_shared<BitMap>(bitmapBytes);
+
+  std::shared_ptr<ntfsparsercore::io::ISource> older(volumeProvider.OpenShadowCopy(start, storage));
+  std::shared_ptr<ntfsparsercore::io::ISource> newer(volumeProvider.OpenShadowCopy(end, storage));
+  olderSource_ = older;
+  newerSource_ = newer;
+  if (!older || !newer) {
+    ReportError(kErrorIo, "Can't open shadow copy as a source");
+    return kFailed;
+  }
+
+  BitMapProcessor bitmaps;
+  if (!bitmaps.Load(storage, start, end)) {
+    ReportCodedError(kErrorStore, "Bitmap init failed");
+    return kFailed;
+  }
+  bitmaps.ApplyCurrent(changed.get());
+  bitmaps.ApplyReference(comparison.get());
+
+  // Every snapshot but the end one adds the blocks its index record names.
+  for (auto it = sequence.begin(); std::next(it) != sequence.end(); ++it) {
+    vss::MarkIndexedBlocks(storage->OpenRecord((*it)->GetIndexOffset()), *changed, false);
+  }
+  if (flags_ & kNewestPassFlag) {
+    vss::MarkIndexedBlocks(storage->OpenRecord(end->GetIndexOffset()), *changed, true);
+  }
+
+  comparison_ = comparison->Rescale(kStoreBlockSize, blockSize_);
+  changed_ = changed->Rescale(kStoreBlockSize, blockSize_);
+  return 0;
+}
 
 void BlockProcessor::SetResult(std::shared_ptr<BitMap> changed, std::shared_ptr<BitMap> comparison,
                                std::shared_ptr<ntfsparsercore::io::ISource> olderSource,

@@ -14,6 +14,14 @@
 
 namespace tolvarcore {
 
+class VolumeProvider;
+namespace vss {
+class VssVolume;
+namespace api {
+class VssContext;
+}
+}  // namespace vss
+
 class BlockProcessor {
  public:
   // Store bitmaps have one bit per this many bytes of the volume.
@@ -35,6 +43,14 @@ class BlockProcessor {
   // its own starting at block 0 and a buffer of its own.
   BlockProcessor(const BlockProcessor& other);
   BlockProcessor& operator=(const BlockProcessor&) = delete;
+
+  // Builds the changed-block and comparison bitmaps between the two
+  // shadow copies that identifiers names (from, to), and opens both shadow
+  // copies. 0, or kFailed with the reason on the error queue.
+  virtual int64_t Compute(vss::api::VssContext& context, VolumeProvider& volumeProvider,
+                          const std::shared_ptr<vss::VssVolume>& volume,
+                          const std::shared_ptr<vss::VssVolume>& storage,
+                          const std::pair<std::string, std::string>& identifiers);
 
   // Reads the next changed block from the newer shadow copy into buffer.
   // Returns its index, kEnd when there is none, or kFailed when *size is

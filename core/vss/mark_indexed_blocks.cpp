@@ -1,21 +1,16 @@
 #include "core/vss/mark_indexed_blocks.h"
 
 #include "api/error_queue.h"
-#include "ntfsparsercore/io/little_endian.h"
 
 namespace tolvarcore {
 namespace vss {
 
-using ntfsparsercore::io::LoadLe32;
-using ntfsparsercore::io::LoadLe64;
+namespace {
 
-BlockDescriptor BlockDescriptor::FromBytes(const uint8_t* bytes) {
-  BlockDescriptor descriptor;
-  descriptor.blockOffset = LoadLe64(bytes);
-  descriptor.secondOffset = LoadLe64(bytes + 8);
-  descriptor.flags = LoadLe32(bytes + 24);
-  return descriptor;
-}
+// Block numbers count 16 KiB blocks: a volume offset shifted right by 14.
+constexpr unsigned kBlockShift = 14;
+
+}  // namespace
 
 void MarkIndexedBlocks(const std::shared_ptr<VssRecord>& record, BitMap& result, bool overlayOnly) {
   std::unique_ptr<BitMap> seen;
@@ -23,16 +18,17 @@ void MarkIndexedBlocks(const std::shared_ptr<VssRecord>& record, BitMap& result,
   uint8_t bytes[BlockDescriptor::kSize];
   uint64_t offset = 0;
   while (record && record->Read(bytes, sizeof(bytes), offset) == sizeof(bytes)) {
-    const BlockDescriptor descriptor = BlockDescriptor::FromBytes(bytes);
+    const BlockDescriptor descriptor = BlockDescriptor::Parse(bytes);
     offset += sizeof(bytes);
-    if ((descriptor.flags & BlockDescriptor::kFlagNotUsed) != 0) continue;
-    if (descriptor.blockOffset == 0 && descriptor.secondOffset == 0) continue;
-    const uint64_t block = descriptor.blockOffset >> BlockDescriptor::kBlockShift;
+    // The second offset (the relative offset) is examined only for being zero.
+    if (descriptor.IsNotUsed()) continue;
+    if (descriptor.originalOffset == 0 && descriptor.relativeOffset == 0) continue;
+    const uint64_t block = descriptor.originalOffset >> kBlockShift;
     if (!overlayOnly) {
       result.Set(block);
     } else if (!seen->Test(block)) {
       seen->Set(block);
-    } else if (!result.Test(block) && (descriptor.flags & BlockDescriptor::kFlagOverlay) != 0) {
+    } else if (!result.Test(block) && descriptor.IsOverlay()) {
       result.Set(block);
     }
   }

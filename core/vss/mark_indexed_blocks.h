@@ -7,23 +7,11 @@
 #include <memory>
 
 #include "core/bit_map.h"
+#include "core/vss/block_descriptor.h"
 #include "core/vss/vss_record.h"
 
 namespace tolvarcore {
 namespace vss {
-
-struct BlockDescriptor {
-  static constexpr uint64_t kSize = 32;
-  static constexpr uint32_t kFlagOverlay = 2;
-  static constexpr uint32_t kFlagNotUsed = 4;
-  static constexpr unsigned kBlockShift = 14;  // 16384-byte blocks
-
-  uint64_t blockOffset = 0;   // offset 0: volume offset of the block described
-  uint64_t secondOffset = 0;  // offset 8: examined only for being zero
-  uint32_t flags = 0;         // offset 24
-
-  static BlockDescriptor FromBytes(const uint8_t* bytes);
-};
 
 // Walks the descriptors from payload offset 0 until one cannot be read whole,
 // which is then reported as "Failed to read index record" (code 1): at the end

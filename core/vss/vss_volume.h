@@ -34,6 +34,8 @@ class VssVolume {
   virtual std::shared_ptr<VssRecord> OpenRecord(uint64_t offset) const;
   // The size of the underlying source in bytes.
   virtual uint64_t GetSize() const;
+  // The byte source the store is read from: the volume itself.
+  std::shared_ptr<ntfsparsercore::io::ISource> GetSource() const { return source_; }
   virtual ~VssVolume();
 
  private:

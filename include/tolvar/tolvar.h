@@ -37,6 +37,41 @@ extern "C" {
 #define TOLVAR_ERROR_NO_START 13u      /* the older snapshot is not in the store */
 #define TOLVAR_ERROR_NO_END 14u        /* the newer snapshot is not in the store */
 
+/* The opaque tracking handle: one volume, two of its shadow copies and the
+ * blocks that changed between them. */
+typedef void *TolvarHandle;
+
+/*
+ * Opens a tracking handle on volume between the shadow copies named
+ * fromSnapshotId (older) and toSnapshotId (newer), each as 36 lower-case
+ * hexadecimal characters with hyphens and no braces. blockSize is a
+ * multiple of 4096 from 4096 to 131072; flags holds TOLVAR_OPTION_* bits.
+ * Returns TOLVAR_OK and *handle_out, or TOLVAR_E_FAILED.
+ */
+int32_t Init(TolvarHandle *handle_out, const char *volume, const char *fromSnapshotId, const char *toSnapshotId,
+             uint64_t blockSize, uint32_t flags);
+
+/* Releases a handle from Init or ExcludeFiles; a null handle is ignored. */
+void FreeHandle(TolvarHandle handle);
+
+/*
+ * Copies the changed-block bitmap (bit i, least significant first in byte
+ * i / 8, stands for block i). A null buffer asks for its length in *size
+ * (TOLVAR_SIZE_RETURNED); a buffer smaller than *size bytes fails.
+ */
+int32_t GetDiffBitmap(TolvarHandle handle, unsigned char *buffer, uint64_t *size);
+
+/*
+ * Reads the next changed block from the newer shadow copy into buffer
+ * (*size bytes of room; set to the block size). With compare non-zero,
+ * blocks that read the same in both shadow copies may be skipped.
+ * TOLVAR_OK with *blockIndex_out (may be null); TOLVAR_END_OF_BLOCKS at the
+ * end; TOLVAR_E_BLOCK when *size is too small (then set to the block size)
+ * or a block cannot be read (the walk ends).
+ */
+int32_t GetBlock(TolvarHandle handle, unsigned char *buffer, uint64_t *size, uint64_t *blockIndex_out,
+                 uint8_t compare);
+
 /*
  * Takes the newest record off the error queue. Returns 1 and writes its
  * code to *code_out and min(message length, bufferSize) bytes of its text

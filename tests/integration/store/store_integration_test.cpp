@@ -42,7 +42,6 @@ namespace {
 
 using tolvarcore::BitMap;
 using tolvarcore::BitMapProcessor;
-using tolvarcore::vss::BlockDescriptor;
 using tolvarcore::vss::BuildSnapshotList;
 using tolvarcore::vss::BuildSnapshotSequence;
 using tolvarcore::vss::MarkIndexedBlocks;

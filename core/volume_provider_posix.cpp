@@ -1,0 +1,20 @@
+// POSIX: there are no shadow-copy devices. A snapshot's shadow copy is
+// rebuilt from the storage's store, read once and kept for later calls.
+#include "core/volume_provider.h"
+#include "core/vss/store_stack.h"
+
+namespace tolvarcore {
+
+ntfsparsercore::io::ISource* VolumeProvider::OpenShadowCopy(const std::shared_ptr<vss::Snapshot>& snapshot,
+                                                            const std::shared_ptr<vss::VssVolume>& storage) {
+  if (!snapshot || !storage) return nullptr;
+  if (!stores_ || storesOf_ != storage) {
+    stores_ = vss::StoreStack::Read(*storage);
+    storesOf_ = storage;
+  }
+  ntfsparsercore::io::ISource* view = stores_->OpenView(snapshot->GetGuid());
+  if (view == nullptr) return nullptr;
+  return factory_->CreateCacheProxy(view, lineSize_);
+}
+
+}  // namespace tolvarcore

@@ -1,0 +1,74 @@
+#include "core/vss/store_stack.h"
+
+#include "api/error_queue.h"
+#include "core/vss/block_descriptor.h"
+#include "core/vss/records/catalog.h"
+#include "core/vss/snapshot_sequence.h"
+#include "core/vss/store_block_map.h"
+#include "core/vss/store_snapshot_source.h"
+
+namespace tolvarcore {
+namespace vss {
+
+namespace {
+
+// The whole payload of the record at offset, every page in chain order.
+std::vector<uint8_t> ReadPayload(const VssVolume& storage, uint64_t offset) {
+  auto record = storage.OpenRecord(offset);
+  std::vector<uint8_t> payload(static_cast<std::size_t>(record->PageCount() * VssRecord::kPayloadPerPage));
+  if (payload.empty() || record->Read(payload.data(), payload.size(), 0) != payload.size()) payload.clear();
+  return payload;
+}
+
+// The block list folded in list order; a block list that cannot be read
+// leaves a store that cannot be read either.
+std::shared_ptr<const StoreBlockMap> ReadBlockMap(const VssVolume& storage, uint64_t offset) {
+  auto record = storage.OpenRecord(offset);
+  if (record->PageCount() == 0) return nullptr;
+  auto map = std::make_shared<StoreBlockMap>();
+  uint8_t bytes[BlockDescriptor::kSize];
+  for (uint64_t at = 0; record->Read(bytes, sizeof bytes, at) == sizeof bytes; at += sizeof bytes) {
+    map->Add(BlockDescriptor::Parse(bytes));
+  }
+  return map;
+}
+
+StoreLayer ReadLayer(const VssVolume& storage, const Snapshot& snapshot) {
+  StoreLayer layer;
+  layer.blockMap = ReadBlockMap(storage, snapshot.GetIndexOffset());
+  layer.currentBitmap = ReadPayload(storage, snapshot.GetBitmapOffset());
+  layer.hasPreviousBitmap = snapshot.GetPreviousBitmapOffset() != 0;
+  if (layer.hasPreviousBitmap) layer.previousBitmap = ReadPayload(storage, snapshot.GetPreviousBitmapOffset());
+  return layer;
+}
+
+}  // namespace
+
+std::shared_ptr<const StoreStack> StoreStack::Read(const VssVolume& storage) {
+  ScopedErrorQueueSuspension quiet;
+  auto stack = std::make_shared<StoreStack>();
+  stack->volume_ = storage.GetSource();
+  auto layers = std::make_shared<std::vector<StoreLayer>>();
+  if (storage.GetCatalogOffset() != 0) {
+    records::Catalog catalog(storage.OpenRecord(storage.GetCatalogOffset()));
+    for (const auto& snapshot : BuildSnapshotList(catalog)) {
+      stack->identifiers_.push_back(snapshot->GetGuid());
+      stack->volumeSizes_.push_back(snapshot->GetVolumeSize());
+      layers->push_back(ReadLayer(storage, *snapshot));
+    }
+  }
+  stack->layers_ = layers;
+  return stack;
+}
+
+ntfsparsercore::io::ISource* StoreStack::OpenView(const Guid& store) const {
+  for (std::size_t index = 0; index < identifiers_.size(); ++index) {
+    if (identifiers_[index] == store) {
+      return new StoreSnapshotSource(volume_, layers_, index, volumeSizes_[index]);
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace vss
+}  // namespace tolvarcore
