@@ -1,0 +1,33 @@
+#!/usr/bin/python3
+"""Runs the C client of the main use on the default built image, between its
+first and last snapshot. Exits 77 when the image cannot be built here."""
+import argparse
+import json
+import subprocess
+import sys
+
+SKIP = 77
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--client", required=True)
+    parser.add_argument("--tool", required=True)
+    parser.add_argument("--work", required=True)
+    arguments = parser.parse_args()
+    prefix = arguments.work + "/c-client-default"
+    built = subprocess.run([arguments.tool, "build", "default", "-o", prefix])
+    if built.returncode == SKIP:
+        print("SKIP: the image builder cannot make images on this machine")
+        sys.exit(SKIP)
+    if built.returncode != 0:
+        sys.exit("the image builder failed with %d" % built.returncode)
+    with open(prefix + ".manifest.json") as handle:
+        snapshots = json.load(handle)["snapshots"]
+    client = subprocess.run([arguments.client, prefix + ".img", snapshots[0]["shadow_copy_id"],
+                             snapshots[-1]["shadow_copy_id"]])
+    sys.exit(client.returncode)
+
+
+if __name__ == "__main__":
+    main()
