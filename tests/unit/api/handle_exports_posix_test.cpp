@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "api/error_queue.h"
+#include "tests/fixtures/allocation_counter.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/temp_volume_file.h"
 #include "tests/fixtures/vss_store_builder.h"
@@ -168,6 +169,32 @@ TEST_F(MainUse, AfterTheLastChangedBlockGetBlockKeepsReturning2) {
   for (int call = 0; call < 3; ++call) {
     EXPECT_EQ(GetBlock(handle, buffer.data(), &size, &index, 1), TOLVAR_END_OF_BLOCKS);
   }
+  FreeHandle(handle);
+}
+
+TEST_F(MainUse, GetBlockAllocatesNothingAfterItsFirstCall) {
+  StoreSpec spec;
+  spec.snapshots = {Snap(1, 10), Snap(2, 20), Snap(3, 30)};
+  for (uint64_t i = 0; i < 40; ++i) spec.snapshots[0].descriptors.push_back(Block(kChangedOffset + i * 16384));
+  spec.snapshots[1].descriptors = {Block(kChangedOffset), Block(kChangedOffset + 0x400000)};
+  Build(spec);
+  TolvarHandle handle = nullptr;
+  std::vector<uint8_t> buffer(4096);
+  uint64_t size = buffer.size();
+  uint64_t index = 0;
+  // Kept blocks differ from the current volume, so the comparison serves them.
+  for (uint64_t i = 0; i < 40; ++i) {
+    std::vector<uint8_t> old(16384, static_cast<uint8_t>(i + 1));
+    built_.source->Write(0x2000000 + kChangedOffset + i * 16384, old);
+  }
+  file_ = std::make_unique<tolvartest::TempVolumeFile>(*built_.source);
+  handle = Open(1, 3, 4096);
+  ASSERT_EQ(GetBlock(handle, buffer.data(), &size, &index, 1), TOLVAR_OK);
+  int served = 1;
+  tolvartest::AllocationCounter allocations;
+  while (GetBlock(handle, buffer.data(), &size, &index, 1) == TOLVAR_OK) ++served;
+  EXPECT_EQ(allocations.Count(), 0u);
+  EXPECT_GE(served, 160);
   FreeHandle(handle);
 }
 
