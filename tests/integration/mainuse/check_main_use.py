@@ -27,7 +27,8 @@ class Failure(Exception):
 def build_image(tool, scenario, cluster_size, work):
     os.makedirs(work, exist_ok=True)
     prefix = os.path.join(work, "%s-%d" % (scenario, cluster_size))
-    completed = subprocess.run([tool, "build", scenario, "-o", prefix, "-c", str(cluster_size)])
+    completed = subprocess.run([tool, "build", scenario, "-o", prefix, "-c", str(cluster_size)],
+                               env=tolvar.tool_environment())
     if completed.returncode == SKIP:
         print("SKIP: the image builder cannot make images on this machine")
         sys.exit(SKIP)

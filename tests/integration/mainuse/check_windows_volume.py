@@ -53,7 +53,8 @@ def check_views(reader, volume_path, stores, volume_size):
     offsets = offsets_to_check(stores, volume_size)
     for index, store in enumerate(stores):
         completed = subprocess.run([reader, volume_path, str(index), str(STORE_BLOCK)],
-                                   input="\n".join(map(str, offsets)).encode(), stdout=subprocess.PIPE)
+                                   input="\n".join(map(str, offsets)).encode(), stdout=subprocess.PIPE,
+                                   env=tolvar.tool_environment())
         if completed.returncode != 0:
             raise Failure("store %d: the shadow copy did not open" % index)
         ours = completed.stdout
@@ -101,7 +102,8 @@ def main():
     os.makedirs(arguments.work, exist_ok=True)
     volume_path = os.path.join(arguments.work, "win10-volume.raw")
     subprocess.run([sys.executable, os.path.join(os.path.dirname(os.path.abspath(__file__)), "extract_partition.py"),
-                    arguments.disk, str(PARTITION_OFFSET), str(PARTITION_LENGTH), volume_path], check=True)
+                    arguments.disk, str(PARTITION_OFFSET), str(PARTITION_LENGTH), volume_path], check=True,
+                   env=tolvar.tool_environment())
     volume, stores = open_stores(volume_path)
     try:
         check_views(arguments.reader, volume_path, stores, stores[0].volume_size)

@@ -3,8 +3,12 @@
 first and last snapshot. Exits 77 when the image cannot be built here."""
 import argparse
 import json
+import os
 import subprocess
 import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import tolvar_ctypes as tolvar  # noqa: E402
 
 SKIP = 77
 
@@ -16,7 +20,7 @@ def main():
     parser.add_argument("--work", required=True)
     arguments = parser.parse_args()
     prefix = arguments.work + "/c-client-default"
-    built = subprocess.run([arguments.tool, "build", "default", "-o", prefix])
+    built = subprocess.run([arguments.tool, "build", "default", "-o", prefix], env=tolvar.tool_environment())
     if built.returncode == SKIP:
         print("SKIP: the image builder cannot make images on this machine")
         sys.exit(SKIP)

@@ -1,5 +1,6 @@
 """The exports of the tolvar shared library through ctypes, for tests."""
 import ctypes
+import os
 
 OK, SIZE_RETURNED, END_OF_BLOCKS = 0, 1, 2
 E_BLOCK, E_FAILED, E_NOT_FOUND = -1, -2, -3
@@ -86,3 +87,11 @@ def changed_bitmap_length(volume_size, block_size):
     blocks = -(-volume_size // 16384)
     store_bytes = max(-(-blocks // 8), 1)
     return max(-(-(store_bytes * 131072 // block_size) // 8), 1)
+
+
+def tool_environment():
+    """The environment for programs the tests start: without the sanitizer
+    runtimes that a sanitized test preloads into Python for the library."""
+    environment = dict(os.environ)
+    environment.pop("LD_PRELOAD", None)
+    return environment
