@@ -108,9 +108,9 @@ class FuseMount:
     def drain(self):
         """Returns once ntfs-3g has handled every request the kernel queued for it so far.
 
-        Closing a file queues its release without waiting for it, and unmounting drops
-        requests the driver has not read yet; ntfs-3g finishes a compressed file only on
-        release. The driver takes requests one at a time, in order, so a request that must
+        Closing a file queues its release without waiting for it, and an unmount aborts
+        the connection, dropping requests the driver has not read yet (a race a busy
+        machine can lose); ntfs-3g finishes a compressed file only on release. The driver takes requests one at a time, in order, so a request that must
         be answered comes back only after everything queued before it. A release held back
         by read-ahead still in flight is queued when that read is answered, behind the first
         question, so a second one covers it."""
