@@ -92,8 +92,11 @@ class FuseMount:
         return self.mountpoint
 
     def __exit__(self, *exc):
-        self.drain()
-        subprocess.run(["umount", self.mountpoint], check=True)
+        try:
+            self.drain()
+        finally:
+            # Unmounted also when the driver can no longer answer, so no mount is left behind.
+            subprocess.run(["umount", self.mountpoint], check=True)
         # The driver writes the volume's last state before it exits.
         try:
             self.process.wait(MOUNT_TIMEOUT_SECONDS)
