@@ -49,11 +49,12 @@ def main(argv=None):
 
 def run_command(arguments):
     started = time.monotonic()
+    # Both commands format a volume and write its store files through a FUSE mount.
+    missing = missing_tools()
+    if missing:
+        print("mkvssimage: cannot mount NTFS images here, missing: %s" % ", ".join(missing), file=sys.stderr)
+        return SKIP_STATUS
     if arguments.command == "build":
-        missing = missing_tools()
-        if missing:
-            print("mkvssimage: cannot mount NTFS images here, missing: %s" % ", ".join(missing), file=sys.stderr)
-            return SKIP_STATUS
         from .image_builder import ImageBuilder
         scenario = scenarios.load(arguments.scenario)
         prepare_prefix(arguments.output)

@@ -6,6 +6,8 @@ import shutil
 import struct
 import zlib
 
+from . import fuse_writes
+
 # NTFS file attribute bit of a compressed file or directory.
 FILE_ATTRIBUTE_COMPRESSED = 0x800
 # ntfs-3g's extended attribute with a file's NTFS attribute bits, big-endian.
@@ -73,7 +75,7 @@ class FileOperations:
         flags = os.O_WRONLY | (os.O_CREAT if create else 0)
         descriptor = os.open(self.local(path), flags, 0o644)
         try:
-            os.pwrite(descriptor, data, offset)
+            fuse_writes.pwrite(descriptor, data, offset)
         finally:
             os.close(descriptor)
         self.touch(path)
@@ -91,8 +93,7 @@ class FileOperations:
     def op_write(self, op, seed):
         """Creates or replaces a file."""
         self.make_parent(op["path"])
-        with open(self.local(op["path"]), "wb") as handle:
-            handle.write(content(seed, op["size"], op.get("content", "random")))
+        fuse_writes.write_file(self.local(op["path"]), content(seed, op["size"], op.get("content", "random")))
         self.touch(op["path"])
 
     def op_overwrite(self, op, seed):
@@ -150,7 +151,7 @@ class FileOperations:
             # Extending first leaves the whole file a hole; only the pieces get clusters.
             os.ftruncate(descriptor, size)
             for offset, data in pieces:
-                os.pwrite(descriptor, data, offset)
+                fuse_writes.pwrite(descriptor, data, offset)
         finally:
             os.close(descriptor)
         self.touch(op["path"])
@@ -187,8 +188,8 @@ class FileOperations:
         payload = op.get("size", 0)
         prefix = op.get("prefix", "entry")
         for number in range(op["count"]):
-            with open(self.local("%s/%s%05d.txt" % (directory, prefix, number)), "wb") as handle:
-                handle.write(content(seed + number, payload, "text"))
+            fuse_writes.write_file(self.local("%s/%s%05d.txt" % (directory, prefix, number)),
+                                   content(seed + number, payload, "text"))
         self.touch(directory)
 
     def op_fragmented(self, op, seed):
@@ -204,8 +205,8 @@ class FileOperations:
         self.make_parent(op["path"])
         open(self.local(op["path"]), "wb").close()
         for number in range(2 * runs):
-            with open(self.local("%s/hole%05d" % (filler_root, number)), "wb") as handle:
-                handle.write(content(seed + number, chunk, "zero")[:-1] + b"\x01")
+            fuse_writes.write_file(self.local("%s/hole%05d" % (filler_root, number)),
+                                   content(seed + number, chunk, "zero")[:-1] + b"\x01")
         fill_volume(self.local(filler_root + "/rest"))
         for number in range(1, 2 * runs, 2):
             os.unlink(self.local("%s/hole%05d" % (filler_root, number)))
@@ -214,7 +215,7 @@ class FileOperations:
         descriptor = os.open(self.local(op["path"]), os.O_WRONLY)
         try:
             for piece in order:
-                os.pwrite(descriptor, content(seed * 7 + piece, chunk), piece * chunk)
+                fuse_writes.pwrite(descriptor, content(seed * 7 + piece, chunk), piece * chunk)
         finally:
             os.close(descriptor)
         shutil.rmtree(self.local(filler_root))
@@ -224,13 +225,11 @@ class FileOperations:
 def fill_volume(directory):
     """Writes filler files until the volume is full, then frees the last one again."""
     os.makedirs(directory, exist_ok=True)
-    block = bytes(FILLER_CHUNK)
     number = 0
     while True:
         path = os.path.join(directory, "fill%05d" % number)
         try:
-            with open(path, "wb") as handle:
-                handle.write(block)
+            fuse_writes.write_zeros(path, FILLER_CHUNK)
         except OSError as error:
             if error.errno != errno.ENOSPC:
                 raise

@@ -9,6 +9,7 @@ import subprocess
 import tempfile
 import uuid
 
+from . import fuse_writes
 from . import ntfs_facts
 from . import scenario as scenarios
 from . import store_format as fmt
@@ -34,7 +35,6 @@ PLAIN_FILL = b"\xEE"
 OVERLAY_FILL = b"\xDD"
 # Block stride between the offsets of not-used descriptors.
 NOT_USED_STRIDE = 7919
-ZERO_CHUNK = 1 << 20
 
 
 class BuildError(Exception):
@@ -320,7 +320,7 @@ def preallocate_store_files(image, mountpoint, cluster_size, clock, files):
             raise MountUnavailable(str(error)) from error
         os.makedirs(os.path.join(root, STORE_DIRECTORY), exist_ok=True)
         for name, size in files:
-            write_zeros(os.path.join(root, STORE_DIRECTORY, name), size)
+            fuse_writes.write_zeros(os.path.join(root, STORE_DIRECTORY, name), size)
     return [describe_store_file(image, "/%s/%s" % (STORE_DIRECTORY, name), cluster_size) for name, _ in files]
 
 
@@ -361,16 +361,6 @@ def estimated_blocks(op, cluster_size):
     if kind == "delete":
         return op.get("size_hint", 64 * 1024) // fmt.BLOCK_SIZE + per_file
     return per_file
-
-
-def write_zeros(path, size):
-    chunk = bytes(ZERO_CHUNK)
-    with open(path, "wb") as handle:
-        remaining = size
-        while remaining:
-            piece = min(remaining, ZERO_CHUNK)
-            handle.write(chunk[:piece])
-            remaining -= piece
 
 
 def write_at(path, offset, data):
