@@ -270,13 +270,40 @@ def extent_model(volume, extents, size, compressed):
     return bytes(out[:min(done, size)])
 
 
+def listed_data_extents(istat):
+    """(attribute id, starting VCN) of the data extents that an attribute
+    list names, from istat's attribute list section."""
+    return [(int(m.group(1)), int(m.group(2)))
+            for m in re.finditer(r'^Type: 128-(\d+) \tMFT Entry: \d+ \tVCN: (\d+)', istat, re.M)]
+
+
+def split_by_id(volume, path, listed, istat, size, problems):
+    """Extents of one data attribute filed under different attribute ids
+    become separate attributes (attributes gathered through a list are
+    grouped by id, name and type); the file's stream is then the group of
+    the lowest id, whose size is the data size only if it starts at VCN 0."""
+    lowest = min(i for i, _ in listed)
+    starts_at_zero = min(v for i, v in listed if i == lowest) == 0
+    expected = istat['size'] if starts_at_zero else 0
+    if size != expected:
+        problems.append('%s: size is %d; the data extents lie under ids %s, so the rules give %d' %
+                        (path, size, sorted(set(i for i, _ in listed)), expected))
+    print('  %s: data extents under ids %s, read as the group of id %d (size %d)' %
+          (path, sorted(set(i for i, _ in listed)), lowest, size))
+
+
 def check_file(volume, path, inode, answer, content_path, problems):
     fields = answer.split(' ')
-    istat = data_attribute(volume.tsk('istat', '-r', str(inode)))
+    istat_text = volume.tsk('istat', '-r', str(inode))
+    istat = data_attribute(istat_text)
     if istat is None:
         problems.append('%s: istat shows no unnamed data attribute' % path)
         return
     resident, compressed, sparse, size = (fields[1] == '1', fields[2] == '1', fields[3] == '1', int(fields[4]))
+    listed = listed_data_extents(istat_text)
+    if len(set(i for i, _ in listed)) > 1:
+        split_by_id(volume, path, listed, istat, size, problems)
+        return
     extents = parse_extents(fields[5])
     for name, got in (('resident', resident), ('compressed', compressed), ('sparse', sparse), ('size', size)):
         if got != istat[name]:
