@@ -106,6 +106,20 @@ class Volume:
                 position += length
         return found
 
+    def resident_data_flags(self, inode):
+        """(compressed, sparse) from the header of the record's resident unnamed data attribute."""
+        record = self.record(inode)
+        position = struct.unpack_from('<H', record, 20)[0] if record else len(self.mft)
+        while record and position + 24 <= len(record):
+            kind, length = struct.unpack_from('<II', record, position)
+            if kind == 0xFFFFFFFF or length == 0:
+                break
+            if kind == 0x80 and record[position + 8] == 0 and record[position + 9] == 0:
+                flags = struct.unpack_from('<H', record, position + 12)[0]
+                return bool(flags & 0x0001), bool(flags & 0x8000)
+            position += length
+        return None
+
     def preferred_name(self, inode):
         names = sorted(self.names(inode), key=lambda n: n[0])
         for namespace in NAMESPACE_ORDER:
@@ -305,6 +319,11 @@ def check_file(volume, path, inode, answer, content_path, problems):
         split_by_id(volume, path, listed, istat, size, problems)
         return
     extents = parse_extents(fields[5])
+    if istat['resident']:
+        # istat shows no flags for a resident attribute: they come from its header.
+        flags = volume.resident_data_flags(inode)
+        if flags is not None:
+            istat['compressed'], istat['sparse'] = flags
     for name, got in (('resident', resident), ('compressed', compressed), ('sparse', sparse), ('size', size)):
         if got != istat[name]:
             problems.append('%s: %s is %s, istat says %s' % (path, name, got, istat[name]))
