@@ -26,6 +26,7 @@ class MftTable {
   // record is replaced by its base record (followed until a base record).
   std::shared_ptr<MftRecord> GetRecord(uint64_t recordNumber, bool followBase);
 
+  const std::shared_ptr<io::ISource>& GetSource() const { return source_; }
   uint64_t GetBaseOffset() const { return baseOffset_; }
   uint64_t GetRecordSize() const { return recordSize_; }
 

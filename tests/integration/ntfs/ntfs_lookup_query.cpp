@@ -32,6 +32,7 @@ bool WriteContent(ntfsparsercore::io::NtfsFile* file, const std::string& outPath
   FILE* out = std::fopen(outPath.c_str(), "wb");
   if (!out) return false;
   const uint64_t size = file->GetSize();
+  if (size == 0) return std::fclose(out) == 0;
   std::vector<uint8_t> buffer(static_cast<std::size_t>(size));
   const uint64_t got = std::min(size, file->Read(buffer.data(), size, 0));
   std::fwrite(buffer.data(), 1, static_cast<std::size_t>(got), out);

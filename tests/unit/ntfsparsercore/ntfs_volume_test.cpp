@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "ntfsparsercore/io/hot_page_proxy.h"
 #include "ntfsparsercore/mft_record.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/fault_source.h"
@@ -108,8 +109,20 @@ TEST_F(NtfsVolumeTest, CacheSmallerThanOneClusterGivesOnePage) {
   builder_.AddFile(30, "one.txt", {tolvartest::ResidentData(1, Bytes{7})});
   auto volume = Create(100);
   ASSERT_TRUE(volume);
+  auto pages = std::dynamic_pointer_cast<ntfsparsercore::io::HotPageProxy>(volume->GetMftTable()->GetSource());
+  ASSERT_NE(pages, nullptr);
+  EXPECT_EQ(pages->GetProxyCount(), 1u);
   EXPECT_TRUE(volume->GetMftTable()->GetRecord(30, true)->IsInUse());
   EXPECT_TRUE(volume->GetMftTable()->GetRecord(5, true)->IsDirectory());
+}
+
+TEST_F(NtfsVolumeTest, MftCacheHoldsCacheBytesInClusterPages) {
+  auto volume = Create(5 * 4096 + 100);
+  ASSERT_TRUE(volume);
+  auto pages = std::dynamic_pointer_cast<ntfsparsercore::io::HotPageProxy>(volume->GetMftTable()->GetSource());
+  ASSERT_NE(pages, nullptr);
+  EXPECT_EQ(pages->GetProxyCount(), 5u);
+  EXPECT_EQ(pages->GetSize(), NtfsImageBuilder::kMftClusters * 4096);  // the MFT's data stream
 }
 
 TEST_F(NtfsVolumeTest, ReadRunningPastTheVolumeSizeIsCutThere) {
