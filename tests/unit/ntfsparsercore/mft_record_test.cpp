@@ -302,3 +302,58 @@ TEST_F(MftRecordTest, AttributeWalkEndsOnARecordLengthOfZero) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(AttributeListTest, ExtentsUnderDifferentAttributeIdsStaySeparateAttributes) {
+  // The second extent's record gives it id 0 (as ntfs-3g writes extension
+  // records): grouped by id, name and type it becomes an attribute of its
+  // own, which comes first and, not starting at VCN 0, carries no size.
+  FileRecordFields second;
+  second.baseRecord = 40;
+  second.attributes = {tolvartest::NonResidentAttribute(0x80, 0, 2, 2, 0, {{1, 70, 1, 1}})};
+  builder_.SetRecord(42, FileRecordBytes(second));
+  Bytes list;
+  for (const Bytes& entry : {AttributeListEntryBytes(0x30, 0, 40, 4), AttributeListEntryBytes(0x80, 0, 41, 7),
+                             AttributeListEntryBytes(0x80, 2, 42, 0)}) {
+    tolvartest::PutBytes(&list, list.size(), entry);
+  }
+  AttributeFields listAttribute;
+  listAttribute.type = 0x20;
+  listAttribute.id = 2;
+  listAttribute.value = list;
+  FileRecordFields base;
+  base.attributes = {tolvartest::AttributeBytes(listAttribute),
+                     tolvartest::FileNameAttribute(4, NtfsImageBuilder::kRootRecord, "split.bin")};
+  builder_.SetRecord(40, FileRecordBytes(base));
+  auto volume = Open();
+  auto record = volume->GetMftTable()->GetRecord(40, true);
+  auto data = record->GetAttributes(0x80);
+  ASSERT_EQ(data.size(), 2u);
+  EXPECT_EQ(data[0]->GetAttributeId(), 0u);
+  EXPECT_EQ(data[0]->GetSize(), 0u);
+  EXPECT_EQ(data[1]->GetAttributeId(), 7u);
+  EXPECT_EQ(data[1]->GetSize(), 3u * 4096);
+  NtfsFile file(record);
+  EXPECT_EQ(file.GetSize(), 0u);
+}
+
+TEST_F(AttributeListTest, ListEntryWithoutAMatchingIdAddsNothing) {
+  Bytes list;
+  for (const Bytes& entry : {AttributeListEntryBytes(0x30, 0, 40, 4), AttributeListEntryBytes(0x80, 0, 41, 9)}) {
+    tolvartest::PutBytes(&list, list.size(), entry);
+  }
+  AttributeFields listAttribute;
+  listAttribute.type = 0x20;
+  listAttribute.id = 2;
+  listAttribute.value = list;
+  FileRecordFields base;
+  base.attributes = {tolvartest::AttributeBytes(listAttribute),
+                     tolvartest::FileNameAttribute(4, NtfsImageBuilder::kRootRecord, "lost.bin")};
+  builder_.SetRecord(40, FileRecordBytes(base));
+  auto volume = Open();
+  auto attributes = volume->GetMftTable()->GetRecord(40, true)->GetAttributes();
+  EXPECT_EQ(Ids(attributes), (std::vector<uint16_t>{4}));
+}
+
+}  // namespace
