@@ -196,4 +196,35 @@ TEST_F(DamagedVolumeTest, AttributeLengthsThatWrapRoundEndTheWalk) {
   EXPECT_EQ(DrainErrors(), std::vector<ErrorRecord>{});
 }
 
+TEST_F(DamagedVolumeTest, ZeroGeometryGivesAVolumeThatFindsNothing) {
+  // Sectors per cluster 0: cluster size 0, so no page cache page and no
+  // record can be read; bytes per sector 0: no volume bytes at all.
+  for (uint64_t offset : {uint64_t{13}, uint64_t{11}}) {
+    Bytes image = builder_.Image();
+    image[offset] = 0;
+    if (offset == 11) image[12] = 0;
+    auto volume = Open(image);
+    ASSERT_NE(volume, nullptr);
+    EXPECT_EQ(Find(volume, "/a.txt"), nullptr);
+    DrainErrors();
+  }
+}
+
+TEST_F(DamagedVolumeTest, ClustersPerRecordZeroGivesRecordsOfSizeZero) {
+  builder_.Image()[64] = 0;
+  auto volume = Open(builder_.Image());
+  ASSERT_NE(volume, nullptr);
+  EXPECT_EQ(volume->GetMftTable()->GetRecordSize(), 0u);
+  Find(volume, "/a.txt");
+  DrainErrors();
+}
+
+TEST_F(DamagedVolumeTest, MftClusterFarPastTheEndLeavesAnEmptyMft) {
+  tolvartest::PutLe64(&builder_.Image(), 48, uint64_t{1} << 62);
+  auto volume = Open(builder_.Image());
+  ASSERT_NE(volume, nullptr);
+  EXPECT_EQ(Find(volume, "/a.txt"), nullptr);
+  DrainErrors();
+}
+
 }  // namespace
