@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ntfsparsercore/attributes/readers/i_reader.h"
+#include "ntfsparsercore/attributes/readers/readers_factory.h"
 #include "ntfsparsercore/io/little_endian.h"
 
 namespace ntfsparsercore {
@@ -33,7 +34,12 @@ std::vector<AttributeListEntry> ParseAttributeList(const Attribute& attributeLis
   std::vector<AttributeListEntry> entries;
   auto reader = attributeList.CreateReader();
   if (!reader) return entries;
-  const uint64_t size = reader->GetSize();
+  // An attribute list is stored on the volume, so a sound one is no larger
+  // than it: a damaged size beyond that (read from sparse runs as zeros)
+  // would yield an entry for every 32 bytes of it.
+  uint64_t size = reader->GetSize();
+  IVolume* volume = attributeList.GetReadersFactory() ? attributeList.GetReadersFactory()->GetVolume() : nullptr;
+  if (volume && !attributeList.IsResident()) size = std::min(size, volume->GetSize());
   uint64_t p = 0;
   while (p < size) {
     uint8_t header[kEntryHeaderSize];

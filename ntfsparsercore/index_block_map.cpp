@@ -1,5 +1,6 @@
 #include "ntfsparsercore/index_block_map.h"
 
+#include <algorithm>
 #include <set>
 
 #include "ntfsparsercore/attributes/readers/i_reader.h"
@@ -13,7 +14,12 @@ IndexBlockMap::IndexBlockMap(IVolume* volume, const std::vector<std::shared_ptr<
   std::shared_ptr<io::ISource> reader = indexAllocations.front()->CreateReader();
   // A block size of 0 would divide by zero: no blocks then.
   if (!reader || blockSize == 0) return;
-  const uint64_t count = reader->GetSize() / blockSize;
+  // The allocation is stored on the volume, so a sound one is no larger than
+  // it: a damaged size beyond that (a huge sparse run) would be tried block
+  // by block.
+  uint64_t size = reader->GetSize();
+  if (volume) size = std::min(size, volume->GetSize());
+  const uint64_t count = size / blockSize;
   for (uint64_t i = 0; i < count; ++i) {
     if (!AddBlock(volume, reader, i * blockSize)) break;
   }

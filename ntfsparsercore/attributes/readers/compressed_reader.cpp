@@ -45,6 +45,16 @@ class UnitCutter {
     if (inExtent_) Advance(logical_ / unitSize_);
   }
 
+  // Takes the full units left in the current extent as one extent; false
+  // when none is left.
+  bool TakeFullUnits(Extent* run) {
+    if (!inExtent_ || logical_ < unitSize_) return false;
+    const uint64_t bytes = logical_ / unitSize_ * unitSize_;
+    *run = Extent{bytes, offset_, bytes};
+    Advance(logical_ / unitSize_);
+    return true;
+  }
+
   // Passes over as many full units of the current extent as fit in skip and
   // returns the bytes passed.
   uint64_t SkipFullUnits(uint64_t skip) {
@@ -114,8 +124,24 @@ ExtentList CompressedReader::GetExtents() {
   // A unit size of 0 would cut every extent forever.
   if (unitSize_ == 0 || !inner_) return units;
   UnitCutter cutter(inner_->GetExtents(), unitSize_);
+  const uint64_t volumeSize = volume_ ? volume_->GetSize() : 0;
+  uint64_t position = 0;
   Extent unit;
-  while (cutter.Next(&unit)) units.push_back(unit);
+  while (cutter.Next(&unit)) {
+    units.push_back(unit);
+    position += unit.logicalSize;
+    // A damaged size or run would list one unit per unit of it: the rest of
+    // a run stored past the volume's end, and sparse units lying beyond a
+    // file position of the volume's size, are listed as one extent instead.
+    const bool whole = unit.storedSize == unit.logicalSize;
+    const bool pastVolume = unit.volumeOffset != 0 && unit.volumeOffset >= volumeSize;
+    const bool farSparse = unit.volumeOffset == 0 && position >= volumeSize;
+    Extent rest;
+    if (whole && (pastVolume || farSparse) && cutter.TakeFullUnits(&rest)) {
+      units.push_back(rest);
+      position += rest.logicalSize;
+    }
+  }
   return units;
 }
 

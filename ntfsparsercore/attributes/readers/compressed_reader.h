@@ -32,6 +32,9 @@ class CompressedReader : public IReader {
   // Units of the unit size cut from the plain extents. A remainder shorter
   // than a unit absorbs the sparse extent that follows it (up to a unit)
   // and becomes a compressed unit; without one it is an uncompressed tail.
+  // Units that no sound volume holds (stored past the volume's end, or
+  // sparse beyond a file position of the volume's size) are listed as one
+  // extent per run rather than one per unit.
   ExtentList GetExtents() override;
 
   // Bytes of one compression unit: the cluster size shifted by the

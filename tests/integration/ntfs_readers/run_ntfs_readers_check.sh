@@ -43,9 +43,13 @@ boot=$work/record-7.zeros
 icat -o $sector "$image" 7 | tr '\000-\377' '\000' > "$boot"
 "$check" "$image" "$offset" 7 "$boot" || status=1
 # The volume with shadow copies: partition 1 at sector 2048.
-vss_image=$work/ntfs.raw
-if [ ! -s "$vss_image" ]; then
-  tar xzf "$vss_archive" -C "$work"
+# The store tests' copy of the disk is used when they have unpacked it.
+vss_image=$work/../store/data/ntfs.raw
+if [ ! -s "$vss_image" ] || [ ! -e "$work/../store/data/unpacked.stamp" ]; then
+  vss_image=$work/ntfs.raw
+  if [ ! -s "$vss_image" ]; then
+    tar xzf "$vss_archive" -C "$work"
+  fi
 fi
 sector=2048
 offset=$((sector * 512))

@@ -106,3 +106,29 @@ TEST_F(AttributeListEntryTest, EntryOfLengthZeroEndsTheParseInsteadOfRepeatingFo
 TEST_F(AttributeListEntryTest, EmptyValueGivesNoEntries) { EXPECT_TRUE(ParseValue(Bytes()).empty()); }
 
 }  // namespace
+
+namespace {
+
+TEST_F(AttributeListEntryTest, HugeSparseListIsParsedOnlyUpToTheVolumeSize) {
+  // A non-resident list whose one run is sparse and whose size is 2^40
+  // bytes, on a volume of 64 KiB: zeros past the volume's size are not parsed.
+  volume_.Bytes().resize(65536);
+  AttributeFields fields;
+  fields.type = 0x20;
+  fields.nonResident = true;
+  fields.dataSize = uint64_t{1} << 40;
+  fields.mappingPairs = tolvartest::MappingPairs({{uint64_t{1} << 28, 0, 4, 0}});
+  auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(AttributeBytes(fields)), 0);
+  const auto entries = ParseAttributeList(Attribute(factory_, {record}));
+  // Type-0 entries step by 26 bytes rounded up to 32.
+  EXPECT_EQ(entries.size(), 65536u / 32);
+  for (const auto& entry : entries) EXPECT_EQ(entry.type, 0u);
+}
+
+TEST_F(AttributeListEntryTest, ResidentListIsNotCutByTheVolumeSize) {
+  // The volume of this fixture is empty; a resident list lies in its record.
+  const auto entries = Parse({AttributeListEntryBytes(0x10, 0, 5, 0), AttributeListEntryBytes(0x80, 0, 6, 1)});
+  EXPECT_EQ(entries.size(), 2u);
+}
+
+}  // namespace

@@ -184,3 +184,26 @@ TEST_F(IndexBlockMapTest, NoAllocationOrBlockSizeZeroGivesAnEmptyMap) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(IndexBlockMapTest, HugeSparseAllocationIsTriedOnlyUpToTheVolumeSize) {
+  const Bytes node = IndexBlockBytes(kBlock, 512, 0, {IndexEntryBytes(40, 0), IndexEntryBytes(0, kLast)});
+  Allocation({node});
+  volume_.Bytes().resize(16 * kBlock);  // a volume of 16 blocks
+  // One stored block, then a sparse run of 2^40 blocks: read as zeros,
+  // each would be tried and reported.
+  AttributeFields fields;
+  fields.type = 0xA0;
+  fields.nonResident = true;
+  fields.dataSize = (uint64_t{1} << 40) * kBlock;
+  fields.mappingPairs = tolvartest::MappingPairs({{1, static_cast<int64_t>(kFirstLcn), 1, 1}, {uint64_t{1} << 40, 0, 8, 0}});
+  auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
+  IndexBlockMap map(&volume_, {std::make_shared<Attribute>(factory_, Attribute::RecordList{record})}, kBlock);
+  EXPECT_EQ(map.GetBlockCount(), 1u);
+  EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40}));
+  // Blocks 1 to 15 of the volume's size are tried; nothing past it.
+  EXPECT_EQ(DrainErrors(), std::vector<ErrorRecord>(15, Record(3, "Unexpected record type. Was expected(1480871497), actual(0)")));
+}
+
+}  // namespace

@@ -333,3 +333,41 @@ TEST_F(AttributeReadersTest, ClusterSizeZeroLeavesNoUnitsInsteadOfCuttingForever
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(AttributeReadersTest, HugeSparseCompressedFileListsItsFarSparseUnitsAsOneExtent) {
+  // A petabyte of sparse units, then one stored unit; the volume is 300
+  // clusters (18.75 units). Units are listed one by one up to the volume's
+  // size; the rest of the sparse run is one extent, so positions still add up.
+  const uint64_t sparseClusters = (uint64_t{1} << 50) / kCluster;
+  auto reader = Reader(NonResident((uint64_t{1} << 50) + kUnit,
+                                   {{sparseClusters, 0, 8, 0}, {16, 100, 1, 1}}, kCompressed));
+  const auto extents = reader->GetExtents();
+  ASSERT_EQ(extents.size(), 19u + 1 + 1);
+  for (std::size_t i = 0; i < 19; ++i) EXPECT_EQ(extents[i], (Extent{kUnit, 0, kUnit}));
+  const uint64_t rest = (uint64_t{1} << 50) - 19 * kUnit;
+  EXPECT_EQ(extents[19], (Extent{rest, 0, rest}));
+  EXPECT_EQ(extents[20], (Extent{kUnit, 100 * kCluster, kUnit}));
+}
+
+TEST_F(AttributeReadersTest, RunStoredPastTheVolumeEndIsListedAsOneExtentAfterItsFirstUnit) {
+  const uint64_t clusters = uint64_t{1} << 40;
+  auto reader = Reader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}}, kCompressed));
+  const auto extents = reader->GetExtents();
+  ASSERT_EQ(extents.size(), 3u);
+  EXPECT_EQ(extents[0], (Extent{kUnit, 1000 * kCluster, kUnit}));
+  const uint64_t rest = clusters * kCluster - kUnit;
+  EXPECT_EQ(extents[1], (Extent{rest, 1000 * kCluster + kUnit, rest}));
+  EXPECT_EQ(extents[2], (Extent{kUnit, 100 * kCluster, kUnit}));
+}
+
+TEST_F(AttributeReadersTest, SparseUnitsWithinTheVolumeSizeAreListedOneByOne) {
+  // Eight sparse units and a stored one: all within the volume's 18.75 units.
+  auto reader = Reader(NonResident(9 * kUnit, {{8 * 16, 0, 2, 0}, {16, 100, 1, 1}}, kCompressed));
+  const auto extents = reader->GetExtents();
+  ASSERT_EQ(extents.size(), 9u);
+  for (std::size_t i = 0; i < 8; ++i) EXPECT_EQ(extents[i], (Extent{kUnit, 0, kUnit}));
+}
+
+}  // namespace
