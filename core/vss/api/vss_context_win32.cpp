@@ -4,11 +4,14 @@
 #include <vsbackup.h>
 
 #include <cstring>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "core/vss/api/vss_context.h"
 #include "core/vss/api/vss_service_win32.h"
 #include "core/vss/vss_volume.h"
+#include "ntfsparsercore/utf16_name.h"
 
 namespace tolvarcore {
 namespace vss {
@@ -50,45 +53,18 @@ class SystemVssService : public IVssService {
   IVssEnumObject* enumerator_ = nullptr;
 };
 
-void AppendUtf8(std::string* out, uint32_t code) {
-  if (code < 0x80) {
-    out->push_back(static_cast<char>(code));
-  } else if (code < 0x800) {
-    out->push_back(static_cast<char>(0xC0 | (code >> 6)));
-    out->push_back(static_cast<char>(0x80 | (code & 0x3F)));
-  } else if (code < 0x10000) {
-    out->push_back(static_cast<char>(0xE0 | (code >> 12)));
-    out->push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-    out->push_back(static_cast<char>(0x80 | (code & 0x3F)));
-  } else {
-    out->push_back(static_cast<char>(0xF0 | (code >> 18)));
-    out->push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3F)));
-    out->push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-    out->push_back(static_cast<char>(0x80 | (code & 0x3F)));
-  }
-}
-
 }  // namespace
 
+// The service's wide strings are UTF-16: converted as NTFS names are.
 std::string WideToUtf8(const wchar_t* text) {
-  std::string out;
-  if (text == nullptr) return out;
+  if (text == nullptr) return std::string();
+  std::vector<uint8_t> bytes;
   for (const wchar_t* p = text; *p != 0; ++p) {
-    uint32_t unit = static_cast<uint16_t>(*p);
-    if (unit >= 0xD800 && unit <= 0xDBFF) {
-      uint32_t next = static_cast<uint16_t>(p[1]);
-      if (next >= 0xDC00 && next <= 0xDFFF) {
-        AppendUtf8(&out, 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));
-        ++p;
-        continue;
-      }
-      unit = 0xFFFD;
-    } else if (unit >= 0xDC00 && unit <= 0xDFFF) {
-      unit = 0xFFFD;
-    }
-    AppendUtf8(&out, unit);
+    const uint16_t unit = static_cast<uint16_t>(*p);
+    bytes.push_back(static_cast<uint8_t>(unit));
+    bytes.push_back(static_cast<uint8_t>(unit >> 8));
   }
-  return out;
+  return ntfsparsercore::Utf16LeToUtf8(bytes.data(), bytes.size() / 2);
 }
 
 void CollectFromService(IVssService& service, SnapshotPropertiesList* list) {
