@@ -26,7 +26,7 @@ bool CommandLine::Parse(const std::vector<std::string>& words, const Grammar& gr
         *error = word + " needs a value";
         return false;
       }
-      values_[word] = words[++i];
+      values_[word].push_back(words[++i]);
     } else {
       *error = "unknown option " + word;
       return false;
@@ -42,7 +42,12 @@ bool CommandLine::Parse(const std::vector<std::string>& words, const Grammar& gr
 
 std::string CommandLine::Value(const std::string& option, const std::string& fallback) const {
   auto it = values_.find(option);
-  return it == values_.end() ? fallback : it->second;
+  return it == values_.end() ? fallback : it->second.back();
+}
+
+std::vector<std::string> CommandLine::Values(const std::string& option) const {
+  auto it = values_.find(option);
+  return it == values_.end() ? std::vector<std::string>() : it->second;
 }
 
 bool CommandLine::BlockSize(uint64_t fallback, uint64_t* out) const {
@@ -51,7 +56,7 @@ bool CommandLine::BlockSize(uint64_t fallback, uint64_t* out) const {
     *out = fallback;
     return true;
   }
-  const std::string& text = it->second;
+  const std::string& text = it->second.back();
   uint64_t value = 0;
   std::size_t i = 0;
   for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])); ++i) {

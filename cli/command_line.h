@@ -27,8 +27,12 @@ class CommandLine {
 
   const std::string& Positional(std::size_t index) const { return positionals_[index]; }
   bool Has(const std::string& flag) const { return flags_.count(flag) != 0; }
-  // The option's value, or fallback when it was not given.
+  // The option's value (the last one when given more than once), or
+  // fallback when it was not given.
   std::string Value(const std::string& option, const std::string& fallback) const;
+  // Every value given for a repeatable option, in order (e.g. one path per
+  // --exclude).
+  std::vector<std::string> Values(const std::string& option) const;
 
   // The block size given with --block-size (decimal bytes, or with a K
   // suffix for KiB), or fallback. False when the text is not a number.
@@ -37,7 +41,7 @@ class CommandLine {
  private:
   std::vector<std::string> positionals_;       // in order
   std::set<std::string> flags_;                // flags given
-  std::map<std::string, std::string> values_;  // options given, last one wins
+  std::map<std::string, std::vector<std::string>> values_;  // each option's values, in order
 };
 
 }  // namespace tolvarcli

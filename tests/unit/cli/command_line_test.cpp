@@ -21,6 +21,16 @@ TEST(CommandLineTest, PositionalsFlagsAndValuesInAnyOrder) {
   EXPECT_EQ(line.Value("--bitmap-out", "none"), "none");
 }
 
+TEST(CommandLineTest, RepeatedOptionKeepsEveryValueInOrder) {
+  const CommandLine::Grammar grammar{1, {}, {"--path"}};
+  CommandLine line;
+  std::string error;
+  ASSERT_TRUE(line.Parse({"--path", "/a", "vol", "--path", "/b c"}, grammar, &error)) << error;
+  EXPECT_EQ(line.Values("--path"), (std::vector<std::string>{"/a", "/b c"}));
+  EXPECT_EQ(line.Value("--path", ""), "/b c");
+  EXPECT_TRUE(line.Values("--other").empty());
+}
+
 TEST(CommandLineTest, UnknownOptionIsRefused) {
   CommandLine line;
   std::string error;
