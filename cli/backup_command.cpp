@@ -9,6 +9,7 @@
 #include "cli/increment_writer.h"
 #include "cli/progress_meter.h"
 #include "cli/tracking_session.h"
+#include "tolvar/tolvar.h"
 
 namespace tolvarcli {
 
@@ -34,6 +35,38 @@ bool FailedOnlyPastTheEnd(const std::vector<uint8_t>& bitmap, uint64_t blockSize
     return start >= volumeSize;
   }
   return false;
+}
+
+// Walks GetBlock to its end, appending each block to writer, with progress.
+// Returns the exit code: the walk's failure is printed with the queue.
+int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint64_t volumeSize, bool compare,
+             IncrementWriter* writer) {
+  const uint64_t blockSize = session.BlockSize();
+  ProgressMeter progress(CountSetBits(bitmap), blockSize);
+  std::vector<uint8_t> block(blockSize);
+  uint64_t index = 0;
+  uint64_t lastServed = 0;
+  bool served = false;
+  int32_t status = 0;
+  while ((status = session.NextBlock(&block, &index, compare)) == TOLVAR_OK) {
+    if (!writer->AddBlock(index, block)) {
+      std::fprintf(stderr, "tolvar: cannot write %s\n", writer->TemporaryPath().c_str());
+      return kExitFile;
+    }
+    lastServed = index;
+    served = true;
+    progress.Advance();
+  }
+  progress.Finish();
+  const bool complete = status == TOLVAR_END_OF_BLOCKS ||
+                        (status == TOLVAR_E_BLOCK &&
+                         FailedOnlyPastTheEnd(bitmap, blockSize, volumeSize, served, lastServed));
+  if (!complete) {
+    ErrorReport::PrintFailure("GetBlock", status);
+    return kExitLibrary;
+  }
+  ErrorReport::DrainQueue();  // a read past the end may have left a message: expected, not shown
+  return kExitOk;
 }
 
 }  // namespace
@@ -67,30 +100,8 @@ int BackupCommand::Run(const CommandLine& arguments) {
     return kExitFile;
   }
 
-  const bool compare = arguments.Has("--compare");
-  ProgressMeter progress(CountSetBits(bitmap), blockSize);
-  std::vector<uint8_t> block(blockSize);
-  uint64_t index = 0;
-  uint64_t lastServed = 0;
-  bool served = false;
-  int32_t status = 0;
-  while ((status = session.NextBlock(&block, &index, compare)) == 0) {
-    if (!writer.AddBlock(index, block)) {
-      std::fprintf(stderr, "tolvar: cannot write %s\n", writer.TemporaryPath().c_str());
-      return kExitFile;
-    }
-    lastServed = index;
-    served = true;
-    progress.Advance();
-  }
-  progress.Finish();
-  const bool complete = status == 2 || (status == -1 && FailedOnlyPastTheEnd(bitmap, blockSize, header.volumeSize,
-                                                                             served, lastServed));
-  if (!complete) {
-    ErrorReport::PrintFailure("GetBlock", status);
-    return kExitLibrary;
-  }
-  ErrorReport::DrainQueue();  // a read past the end may have left a message: expected, not shown
+  const int walked = WalkInto(session, bitmap, header.volumeSize, arguments.Has("--compare"), &writer);
+  if (walked != kExitOk) return walked;
   if (!writer.Commit()) {
     std::fprintf(stderr, "tolvar: cannot write %s\n", out.c_str());
     return kExitFile;
