@@ -1,0 +1,78 @@
+#include "cli/diff_command.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+
+#include "cli/exit_code.h"
+#include "cli/json_text.h"
+#include "cli/tracking_session.h"
+
+namespace tolvarcli {
+
+namespace {
+
+constexpr uint64_t kDefaultBlockSize = 65536;
+
+// Bytes of the volume covered by the set bits: a block that runs past the
+// volume's end counts only up to it.
+uint64_t ChangedBytes(const std::vector<uint8_t>& bitmap, uint64_t blockSize, uint64_t volumeSize) {
+  uint64_t bytes = 0;
+  for (uint64_t byte = 0; byte < bitmap.size(); ++byte) {
+    for (uint64_t bit = 0; bit < 8; ++bit) {
+      if (((bitmap[byte] >> bit) & 1) == 0) continue;
+      const uint64_t start = (byte * 8 + bit) * blockSize;
+      if (start < volumeSize) bytes += std::min(blockSize, volumeSize - start);
+    }
+  }
+  return bytes;
+}
+
+}  // namespace
+
+CommandLine::Grammar DiffCommand::Grammar() { return {3, {"--extra-pass", "--json"}, {"--block-size", "--bitmap-out"}}; }
+
+int DiffCommand::Run(const CommandLine& arguments) {
+  const std::string& volume = arguments.Positional(0);
+  const std::string& from = arguments.Positional(1);
+  const std::string& to = arguments.Positional(2);
+  uint64_t blockSize = 0;
+  if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) {
+    std::fprintf(stderr, "tolvar: --block-size takes a number of bytes (or KiB with K)\n");
+    return kExitUsage;
+  }
+  TrackingSession session;
+  if (session.Open(volume, from, to, blockSize, arguments.Has("--extra-pass")) != 0) return kExitLibrary;
+  std::vector<uint8_t> bitmap;
+  if (session.Bitmap(&bitmap) != 0) return kExitLibrary;
+
+  const std::string bitmapOut = arguments.Value("--bitmap-out", "");
+  if (!bitmapOut.empty()) {
+    std::ofstream out(bitmapOut, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bitmap.data()), static_cast<std::streamsize>(bitmap.size()));
+    out.close();
+    if (out.fail()) {
+      std::fprintf(stderr, "tolvar: cannot write %s\n", bitmapOut.c_str());
+      return kExitFile;
+    }
+  }
+
+  const uint64_t volumeSize = VolumeSize(volume);
+  const uint64_t blocks = CountSetBits(bitmap);
+  const uint64_t bytes = ChangedBytes(bitmap, blockSize, volumeSize);
+  if (arguments.Has("--json")) {
+    std::printf("{\"volume\": %s, \"from\": %s, \"to\": %s, \"volume_size\": %llu, \"block_size\": %llu, "
+                "\"bitmap_bytes\": %llu, \"changed_blocks\": %llu, \"changed_bytes\": %llu}\n",
+                JsonText(volume).c_str(), JsonText(from).c_str(), JsonText(to).c_str(),
+                static_cast<unsigned long long>(volumeSize), static_cast<unsigned long long>(blockSize),
+                static_cast<unsigned long long>(bitmap.size()), static_cast<unsigned long long>(blocks),
+                static_cast<unsigned long long>(bytes));
+  } else {
+    std::printf("volume size     %llu bytes\nblock size      %llu bytes\nchanged blocks  %llu\nchanged bytes   %llu\n",
+                static_cast<unsigned long long>(volumeSize), static_cast<unsigned long long>(blockSize),
+                static_cast<unsigned long long>(blocks), static_cast<unsigned long long>(bytes));
+  }
+  return kExitOk;
+}
+
+}  // namespace tolvarcli

@@ -1,0 +1,56 @@
+// The fixed 128-byte header at the start of an increment file.
+//
+// An increment file holds the blocks that changed between two shadow
+// copies of one volume, all little-endian:
+//   header (128 bytes, below)
+//   the changed-block bitmap as GetDiffBitmap gave it (bitmapLength bytes)
+//   blockCount records: the block's index (8 bytes), then blockSize bytes
+//   trailer: blockCount again (8 bytes), then the CRC-64 (8 bytes) of every
+//   byte of the file before it
+#ifndef TOLVAR_CLI_INCREMENT_HEADER_H_
+#define TOLVAR_CLI_INCREMENT_HEADER_H_
+
+#include <cstdint>
+#include <string>
+
+namespace tolvarcli {
+
+struct IncrementHeader {
+  static constexpr uint64_t kSize = 128;
+  static constexpr char kMagic[9] = "TOLVINCR";  // 8 bytes on disk, no NUL
+  static constexpr uint32_t kVersion = 1;
+  // Offsets of the fields within the header.
+  static constexpr uint64_t kMagicOffset = 0;         // 8 bytes "TOLVINCR"
+  static constexpr uint64_t kVersionOffset = 8;       // 4 bytes
+  static constexpr uint64_t kHeaderSizeOffset = 12;   // 4 bytes: 128
+  static constexpr uint64_t kVolumeSizeOffset = 16;   // 8 bytes
+  static constexpr uint64_t kBlockSizeOffset = 24;    // 8 bytes
+  static constexpr uint64_t kBitmapLengthOffset = 32; // 8 bytes
+  static constexpr uint64_t kReservedOffset = 40;     // 8 bytes, zero
+  static constexpr uint64_t kFromOffset = 48;         // 40 bytes: older shadow copy ID, NUL-padded
+  static constexpr uint64_t kToOffset = 88;           // 40 bytes: newer shadow copy ID, NUL-padded
+  static constexpr uint64_t kIdentifierField = 40;
+  // Bytes of one block record besides the block itself, and of the trailer.
+  static constexpr uint64_t kRecordIndexSize = 8;
+  static constexpr uint64_t kTrailerSize = 16;
+
+  uint64_t volumeSize = 0;    // bytes of the volume the blocks belong to
+  uint64_t blockSize = 0;     // bytes of every block in the file
+  uint64_t bitmapLength = 0;  // bytes of the bitmap after the header
+  std::string from;           // the older shadow copy's ID
+  std::string to;             // the newer shadow copy's ID
+
+  // The 128 header bytes.
+  void Encode(uint8_t* out) const;
+
+  // Reads a header; false, with *error saying why, when the bytes are not
+  // one of this version.
+  static bool Decode(const uint8_t* in, IncrementHeader* header, std::string* error);
+
+  // Bytes of a whole file with this header and count blocks.
+  uint64_t FileSize(uint64_t count) const;
+};
+
+}  // namespace tolvarcli
+
+#endif  // TOLVAR_CLI_INCREMENT_HEADER_H_

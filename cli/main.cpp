@@ -1,0 +1,66 @@
+// The tolvar command: lists shadow copies, counts the blocks that changed
+// between two of them, backs those blocks up into an increment file and
+// applies an increment to an image of the older shadow copy.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cli/apply_command.h"
+#include "cli/backup_command.h"
+#include "cli/diff_command.h"
+#include "cli/exit_code.h"
+#include "cli/list_command.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage:\n"
+    "  tolvar list VOLUME [--json]\n"
+    "  tolvar diff VOLUME FROM TO [--block-size N] [--extra-pass] [--bitmap-out FILE] [--json]\n"
+    "  tolvar backup VOLUME FROM TO OUT [--block-size N] [--compare] [--extra-pass]\n"
+    "  tolvar apply BASE INCREMENT\n"
+    "FROM and TO are shadow copy IDs as 'tolvar list' prints them; N is a multiple\n"
+    "of 4096 from 4096 to 131072 (default 65536), in bytes or with a K suffix.\n"
+    "exit codes: 0 done, 1 usage, 2 the library failed, 3 a file could not be\n"
+    "read or written, 4 apply refused the increment (BASE untouched)\n";
+
+// One subcommand: its name, what it accepts and what runs it.
+struct Subcommand {
+  const char* name;                                   // the first argument
+  tolvarcli::CommandLine::Grammar (*grammar)();       // its arguments
+  int (*run)(const tolvarcli::CommandLine&);          // runs it
+};
+
+const Subcommand kSubcommands[] = {
+    {"list", tolvarcli::ListCommand::Grammar, tolvarcli::ListCommand::Run},
+    {"diff", tolvarcli::DiffCommand::Grammar, tolvarcli::DiffCommand::Run},
+    {"backup", tolvarcli::BackupCommand::Grammar, tolvarcli::BackupCommand::Run},
+    {"apply", tolvarcli::ApplyCommand::Grammar, tolvarcli::ApplyCommand::Run},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fputs(kUsage, stderr);
+    return tolvarcli::kExitUsage;
+  }
+  const std::string name = argv[1];
+  if (name == "--help" || name == "-h" || name == "help") {
+    std::fputs(kUsage, stdout);
+    return tolvarcli::kExitOk;
+  }
+  for (const Subcommand& subcommand : kSubcommands) {
+    if (name != subcommand.name) continue;
+    tolvarcli::CommandLine arguments;
+    std::string error;
+    if (!arguments.Parse(std::vector<std::string>(argv + 2, argv + argc), subcommand.grammar(), &error)) {
+      std::fprintf(stderr, "tolvar %s: %s\n%s", subcommand.name, error.c_str(), kUsage);
+      return tolvarcli::kExitUsage;
+    }
+    return subcommand.run(arguments);
+  }
+  std::fprintf(stderr, "tolvar: unknown command '%s'\n%s", name.c_str(), kUsage);
+  return tolvarcli::kExitUsage;
+}

@@ -1,0 +1,272 @@
+#!/usr/bin/python3
+"""End-to-end checks of the tolvar command on images from the image builder
+and on the Windows 10 volume of the shared test data.
+
+    check_cli.py --cli TOLVAR --work DIR roundtrip --tool MKVSSIMAGE --scenario NAME
+    check_cli.py --cli TOLVAR --work DIR refusals --tool MKVSSIMAGE
+    check_cli.py --cli TOLVAR --work DIR failures --tool MKVSSIMAGE
+    check_cli.py --cli TOLVAR --work DIR windows-list --disk NTFS_RAW --extract EXTRACT_PARTITION
+
+Exits 77 when the image builder cannot make images here (no FUSE) or the
+Windows disk image is absent."""
+import argparse
+import hashlib
+import json
+import os
+import shutil
+import subprocess
+import sys
+
+SKIP = 77
+BLOCK_SIZES = (65536, 4096)
+WINDOWS_OLDER = "ec06abc4-bd2f-41cc-a817-921f2046080d"
+WINDOWS_NEWER = "d1229f1a-31d8-45de-8a72-0d6a3a1f59e8"
+WINDOWS_PARTITION_OFFSET = 1048576
+WINDOWS_PARTITION_LENGTH = 68716331008
+COMPARE_IMAGES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "scripts",
+                              "compare-images")
+
+
+class Failure(Exception):
+    pass
+
+
+def run(command, **kwargs):
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **kwargs)
+
+
+def tolvar(arguments, *words):
+    completed = run([arguments.cli] + [str(word) for word in words])
+    return completed.returncode, completed.stdout.decode(), completed.stderr.decode()
+
+
+def expect(arguments, code, stdout_lines, stderr_lines, *words):
+    """Runs tolvar and holds its exit code and output to the expected ones (None: not checked)."""
+    got = tolvar(arguments, *words)
+    label = "tolvar " + " ".join(str(word) for word in words)
+    if got[0] != code:
+        raise Failure("%s: exit %d, expected %d\n%s%s" % (label, got[0], code, got[1], got[2]))
+    if stdout_lines is not None and got[1].splitlines() != stdout_lines:
+        raise Failure("%s: stdout %r, expected %r" % (label, got[1].splitlines(), stdout_lines))
+    if stderr_lines is not None and got[2].splitlines() != stderr_lines:
+        raise Failure("%s: stderr %r, expected %r" % (label, got[2].splitlines(), stderr_lines))
+    return got
+
+
+def build_image(arguments, scenario):
+    os.makedirs(arguments.work, exist_ok=True)
+    prefix = os.path.join(arguments.work, scenario)
+    environment = dict(os.environ)
+    environment.pop("LD_PRELOAD", None)
+    completed = subprocess.run([arguments.tool, "build", scenario, "-o", prefix], env=environment)
+    if completed.returncode == SKIP:
+        print("SKIP: the image builder cannot make images on this machine")
+        sys.exit(SKIP)
+    if completed.returncode != 0:
+        raise Failure("the image builder failed with %d" % completed.returncode)
+    with open(prefix + ".manifest.json") as handle:
+        return prefix, json.load(handle)
+
+
+def digest(path):
+    with open(path, "rb") as handle:
+        return hashlib.file_digest(handle, "sha256").hexdigest() if hasattr(hashlib, "file_digest") \
+            else hashlib.sha256(handle.read()).hexdigest()
+
+
+def compare_outside_store(manifest_path, first, second):
+    completed = run([COMPARE_IMAGES, manifest_path, first, second])
+    return completed.returncode == 0, completed.stdout.decode()
+
+
+def backup_and_apply(arguments, prefix, manifest, older, newer, block_size, compare):
+    snapshots = manifest["snapshots"]
+    work = os.path.dirname(prefix)
+    increment = prefix + ".increment"
+    base = prefix + ".base.img"
+    words = ["backup", prefix + ".img", snapshots[older]["shadow_copy_id"], snapshots[newer]["shadow_copy_id"],
+             increment, "--block-size", block_size] + (["--compare"] if compare else [])
+    code, out, err = tolvar(arguments, *words)
+    label = "%s %d..%d block %d%s" % (manifest["scenario"], older + 1, newer + 1, block_size,
+                                      " --compare" if compare else "")
+    if code != 0:
+        raise Failure("%s: backup exited %d: %s" % (label, code, err))
+    if err:
+        raise Failure("%s: backup wrote to stderr, which is not a terminal: %r" % (label, err))
+    shutil.copyfile(os.path.join(work, snapshots[older]["image"]), base)
+    code, out, err = tolvar(arguments, "apply", base, increment)
+    if code != 0:
+        raise Failure("%s: apply exited %d: %s" % (label, code, err))
+    equal, report = compare_outside_store(prefix + ".manifest.json", base,
+                                          os.path.join(work, snapshots[newer]["image"]))
+    if not equal:
+        raise Failure("%s: the applied image differs from the newer snapshot\n%s" % (label, report))
+    blocks = int(out.split()[0])
+    os.remove(base)
+    os.remove(increment)
+    return label, blocks
+
+
+def check_roundtrip(arguments):
+    prefix, manifest = build_image(arguments, arguments.scenario)
+    count = len(manifest["snapshots"])
+    cases = 0
+    for older in range(count):
+        for newer in range(older, count):
+            for block_size in BLOCK_SIZES:
+                served = {}
+                for compare in (False, True):
+                    label, served[compare] = backup_and_apply(arguments, prefix, manifest, older, newer,
+                                                              block_size, compare)
+                    cases += 1
+                if served[True] > served[False]:
+                    raise Failure("%s: --compare wrote more blocks than the plain walk" % label)
+                print("%s..%s block %d: %d blocks, %d with --compare" % (
+                    older + 1, newer + 1, block_size, served[False], served[True]))
+    print("%d round trips reproduced the newer snapshot" % cases)
+
+
+def check_refusals(arguments):
+    prefix, manifest = build_image(arguments, "default")
+    snapshots = manifest["snapshots"]
+    work = os.path.dirname(prefix)
+    increment = prefix + ".increment"
+    expect(arguments, 0, None, [], "backup", prefix + ".img", snapshots[0]["shadow_copy_id"],
+           snapshots[-1]["shadow_copy_id"], increment)
+    with open(increment, "rb") as handle:
+        good = handle.read()
+    base = prefix + ".base.img"
+    shutil.copyfile(os.path.join(work, snapshots[0]["image"]), base)
+    before = digest(base)
+    cases = {
+        # A byte inside the last block: structure intact, contents damaged.
+        "checksum mismatch": good[:-1000] + bytes([good[-1000] ^ 0xFF]) + good[-999:],
+        "not an increment file (bad magic)": b"X" + good[1:],
+        "file size does not fit whole blocks": good[:-1],
+        "too short for an increment": good[:100],
+    }
+    for reason, damaged in cases.items():
+        bad = prefix + ".damaged"
+        with open(bad, "wb") as handle:
+            handle.write(damaged)
+        expect(arguments, 4, [], ["tolvar: %s: %s; %s left untouched" % (bad, reason, base)], "apply", base, bad)
+        if digest(base) != before:
+            raise Failure("apply refused (%s) but changed BASE" % reason)
+    # A base of another size: the increment is for a different volume.
+    small = prefix + ".small.img"
+    with open(small, "wb") as handle:
+        handle.truncate(manifest["volume_size"] // 2)
+    small_before = digest(small)
+    expect(arguments, 4, [], ["tolvar: %s is %d bytes, the increment is for a volume of %d bytes; %s left untouched"
+                              % (small, manifest["volume_size"] // 2, manifest["volume_size"], small)],
+           "apply", small, increment)
+    if digest(small) != small_before:
+        raise Failure("apply refused a mismatched BASE but changed it")
+    expect(arguments, 3, [], None, "apply", base, prefix + ".absent")
+    if digest(base) != before:
+        raise Failure("apply of a missing increment changed BASE")
+    print("apply refused %d damaged increments and a mismatched base; BASE untouched" % len(cases))
+
+
+def check_failures(arguments):
+    prefix, manifest = build_image(arguments, "default")
+    image = prefix + ".img"
+    older = manifest["snapshots"][0]["shadow_copy_id"]
+    newer = manifest["snapshots"][-1]["shadow_copy_id"]
+    missing = os.path.join(arguments.work, "absent.img")
+    out = os.path.join(arguments.work, "failed.increment")
+
+    expect(arguments, 1, [], None)
+    expect(arguments, 1, [], None, "bogus")
+    expect(arguments, 1, [], None, "diff", image, older)
+    code, _, err = expect(arguments, 1, [], None, "diff", image, older, newer, "--exclude", "/a")
+    if not err.startswith("tolvar diff: unknown option --exclude\n"):
+        raise Failure("unknown option: %r" % err)
+    expect(arguments, 1, [], None, "backup", image, older, newer, out, "--block-size", "64x")
+    expect(arguments, 2, [], ["tolvar: error 1: Open file(%s) failed - 2." % missing,
+                              "tolvar: error 1: Can't open volume %s" % missing,
+                              "tolvar: Init returned -2"], "diff", missing, older, newer)
+    expect(arguments, 2, [], ["tolvar: error 13: Failed build snapshot sequence. Start snapshot not find",
+                              "tolvar: error 12: Failed to get snapshot sequence",
+                              "tolvar: Init returned -2"], "diff", image, older.upper(), newer)
+    expect(arguments, 2, [], ["tolvar: error 14: Failed build snapshot sequence. End snapshot not find",
+                              "tolvar: error 12: Failed to get snapshot sequence",
+                              "tolvar: Init returned -2"], "diff", image, older, "{%s}" % newer)
+    expect(arguments, 2, [], ["tolvar: Init returned -2"], "diff", image, older, newer, "--block-size", "6000")
+    expect(arguments, 2, [], ["tolvar: error 14: Failed build snapshot sequence. End snapshot not find",
+                              "tolvar: error 12: Failed to get snapshot sequence",
+                              "tolvar: Init returned -2"], "backup", image, older, newer[::-1], out)
+    if os.path.exists(out) or os.path.exists(out + ".partial"):
+        raise Failure("a failed backup left a file behind")
+    expect(arguments, 3, [], ["tolvar: cannot write %s" % os.path.join(arguments.work, "no-dir", "x.partial")],
+           "backup", image, older, newer, os.path.join(arguments.work, "no-dir", "x"))
+    expect(arguments, 2, [], ["tolvar: error 1: Open file(%s) failed - 2." % missing,
+                              "tolvar: error 1: Can't open volume %s" % missing,
+                              "tolvar: cannot read the shadow-copy store of %s" % missing], "list", missing)
+    blank = os.path.join(arguments.work, "blank.img")
+    with open(blank, "wb") as handle:
+        handle.truncate(1 << 20)
+    expect(arguments, 2, [], ["tolvar: error 12: Invalid vss volume guid",
+                              "tolvar: error 12: Invalid storage with empty guid",
+                              "tolvar: error 1: Can't open volume %s" % blank,
+                              "tolvar: cannot read the shadow-copy store of %s" % blank], "list", blank)
+    # A successful diff and its JSON agree with the bitmap written beside them.
+    bitmap = os.path.join(arguments.work, "bitmap.bin")
+    _, text, _ = expect(arguments, 0, None, [], "diff", image, older, newer, "--json", "--block-size", "4K",
+                        "--bitmap-out", bitmap)
+    report = json.loads(text)
+    with open(bitmap, "rb") as handle:
+        bits = sum(bin(byte).count("1") for byte in handle.read())
+    if report["changed_blocks"] != bits or report["block_size"] != 4096 or report["volume_size"] != \
+            manifest["volume_size"] or report["bitmap_bytes"] != os.path.getsize(bitmap):
+        raise Failure("diff --json %r does not match its bitmap of %d set bits" % (report, bits))
+    print("failure exit codes and messages as documented")
+
+
+def check_windows_list(arguments):
+    if not os.path.exists(arguments.disk):
+        print("SKIP: %s is absent (the store tests' fixture unpacks it)" % arguments.disk)
+        sys.exit(SKIP)
+    os.makedirs(arguments.work, exist_ok=True)
+    volume = os.path.join(arguments.work, "windows10.volume")
+    subprocess.run([sys.executable, arguments.extract, arguments.disk, str(WINDOWS_PARTITION_OFFSET),
+                    str(WINDOWS_PARTITION_LENGTH), volume], check=True)
+    _, text, _ = expect(arguments, 0, None, [], "list", volume, "--json")
+    copies = json.loads(text)["shadow_copies"]
+    ids = [copy["shadow_copy_id"] for copy in copies]
+    if ids != [WINDOWS_OLDER, WINDOWS_NEWER]:
+        raise Failure("list gave %r" % ids)
+    if any(copy["volume_size"] != WINDOWS_PARTITION_LENGTH for copy in copies):
+        raise Failure("list gave volume sizes %r" % [copy["volume_size"] for copy in copies])
+    _, table, _ = expect(arguments, 0, None, [], "list", volume)
+    rows = table.splitlines()
+    if len(rows) != 3 or WINDOWS_OLDER not in rows[1] or WINDOWS_NEWER not in rows[2]:
+        raise Failure("list table:\n%s" % table)
+    print(table, end="")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--cli", required=True)
+    parser.add_argument("--work", required=True)
+    commands = parser.add_subparsers(dest="check", required=True)
+    roundtrip = commands.add_parser("roundtrip")
+    roundtrip.add_argument("--tool", required=True)
+    roundtrip.add_argument("--scenario", required=True)
+    for name in ("refusals", "failures"):
+        commands.add_parser(name).add_argument("--tool", required=True)
+    windows = commands.add_parser("windows-list")
+    windows.add_argument("--disk", required=True)
+    windows.add_argument("--extract", required=True)
+    arguments = parser.parse_args()
+    checks = {"roundtrip": check_roundtrip, "refusals": check_refusals, "failures": check_failures,
+              "windows-list": check_windows_list}
+    try:
+        checks[arguments.check](arguments)
+    except Failure as failure:
+        print("FAIL: %s" % failure)
+        sys.exit(1)
+
+
+if __name__ == "__main__":
+    main()

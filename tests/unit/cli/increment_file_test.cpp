@@ -1,0 +1,150 @@
+// Writing increment files and checking them back, including the ways a
+// damaged file is refused.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "cli/increment_reader.h"
+#include "cli/increment_writer.h"
+
+namespace tolvarcli {
+namespace {
+
+constexpr uint64_t kBlockSize = 4096;
+constexpr uint64_t kVolumeSize = 16 * kBlockSize;
+const char kFrom[] = "ec06abc4-bd2f-41cc-a817-921f2046080d";
+const char kTo[] = "d1229f1a-31d8-45de-8a72-0d6a3a1f59e8";
+
+class IncrementFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    static std::atomic<int> counter{0};
+    path_ = (std::filesystem::temp_directory_path() /
+             ("tolvar-increment-" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) + "-" +
+              std::to_string(counter++)))
+                .string();
+  }
+  void TearDown() override {
+    std::error_code ignored;
+    std::filesystem::remove(path_, ignored);
+    std::filesystem::remove(path_ + ".partial", ignored);
+  }
+
+  IncrementHeader Header() const {
+    IncrementHeader header;
+    header.volumeSize = kVolumeSize;
+    header.blockSize = kBlockSize;
+    header.bitmapLength = 2;
+    header.from = kFrom;
+    header.to = kTo;
+    return header;
+  }
+
+  // Blocks 1 and 9 set; writes the given records.
+  void Write(const std::vector<uint64_t>& indices) {
+    IncrementWriter writer(path_);
+    ASSERT_TRUE(writer.Begin(Header(), {0x02, 0x02}));
+    for (uint64_t index : indices) {
+      ASSERT_TRUE(writer.AddBlock(index, std::vector<uint8_t>(kBlockSize, static_cast<uint8_t>(index))));
+    }
+    ASSERT_TRUE(writer.Commit());
+  }
+
+  void Patch(uint64_t offset, const std::vector<uint8_t>& bytes) {
+    std::fstream file(path_, std::ios::binary | std::ios::in | std::ios::out);
+    file.seekp(static_cast<std::streamoff>(offset));
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  }
+
+  std::string Refusal() {
+    IncrementReader reader(path_);
+    EXPECT_FALSE(reader.Verify());
+    return reader.Error();
+  }
+
+  std::string path_;
+};
+
+TEST_F(IncrementFileTest, WrittenFileVerifiesAndReadsBack) {
+  Write({1, 9});
+  EXPECT_FALSE(std::filesystem::exists(path_ + ".partial"));
+  EXPECT_EQ(std::filesystem::file_size(path_), Header().FileSize(2));
+  IncrementReader reader(path_);
+  ASSERT_TRUE(reader.Verify()) << reader.Error();
+  EXPECT_EQ(reader.Header().from, kFrom);
+  EXPECT_EQ(reader.Header().to, kTo);
+  EXPECT_EQ(reader.Header().volumeSize, kVolumeSize);
+  std::vector<uint64_t> seen;
+  ASSERT_TRUE(reader.ForEachBlock([&](uint64_t index, const std::vector<uint8_t>& block) {
+    EXPECT_EQ(block, std::vector<uint8_t>(kBlockSize, static_cast<uint8_t>(index)));
+    seen.push_back(index);
+    return true;
+  }));
+  EXPECT_EQ(seen, (std::vector<uint64_t>{1, 9}));
+}
+
+TEST_F(IncrementFileTest, UncommittedWriterLeavesNoFile) {
+  {
+    IncrementWriter writer(path_);
+    ASSERT_TRUE(writer.Begin(Header(), {0x02, 0x02}));
+    ASSERT_TRUE(writer.AddBlock(1, std::vector<uint8_t>(kBlockSize)));
+    EXPECT_TRUE(std::filesystem::exists(path_ + ".partial"));
+  }
+  EXPECT_FALSE(std::filesystem::exists(path_ + ".partial"));
+  EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(IncrementFileTest, FlippedByteInABlockIsAChecksumMismatch) {
+  Write({1, 9});
+  Patch(IncrementHeader::kSize + 2 + 8 + 100, {0xFF});
+  EXPECT_EQ(Refusal(), "checksum mismatch");
+}
+
+TEST_F(IncrementFileTest, BadMagicIsRefused) {
+  Write({1});
+  Patch(0, {'X'});
+  EXPECT_EQ(Refusal(), "not an increment file (bad magic)");
+}
+
+TEST_F(IncrementFileTest, OtherVersionIsRefused) {
+  Write({1});
+  Patch(IncrementHeader::kVersionOffset, {2});
+  EXPECT_EQ(Refusal(), "unsupported increment version 2");
+}
+
+TEST_F(IncrementFileTest, TruncatedFileIsRefused) {
+  Write({1, 9});
+  std::filesystem::resize_file(path_, std::filesystem::file_size(path_) - 1);
+  EXPECT_EQ(Refusal(), "file size does not fit whole blocks");
+}
+
+TEST_F(IncrementFileTest, BlockOutsideTheBitmapIsRefused) {
+  Write({1, 9});
+  Patch(IncrementHeader::kSize + 2, {2});  // the first record's index 1 -> 2
+  EXPECT_EQ(Refusal(), "block 2 is not in the bitmap");
+}
+
+TEST_F(IncrementFileTest, HugeBitmapLengthIsRefusedBeforeAllocating) {
+  Write({1});
+  Patch(IncrementHeader::kBitmapLengthOffset, {0, 0, 0, 0, 0, 0, 0, 0x40});
+  EXPECT_EQ(Refusal(), "bitmap longer than the file");
+}
+
+TEST_F(IncrementFileTest, BadBlockSizeIsRefused) {
+  Write({1});
+  Patch(IncrementHeader::kBlockSizeOffset, {0x01, 0x10});
+  EXPECT_EQ(Refusal(), "bad block size 4097");
+}
+
+TEST_F(IncrementFileTest, MissingFileIsAReadFailure) {
+  IncrementReader reader(path_ + ".absent");
+  EXPECT_FALSE(reader.Verify());
+  EXPECT_TRUE(reader.ReadFailed());
+}
+
+}  // namespace
+}  // namespace tolvarcli
