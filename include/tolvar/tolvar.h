@@ -73,6 +73,28 @@ int32_t GetBlock(TolvarHandle handle, unsigned char *buffer, uint64_t *size, uin
                  uint8_t compare);
 
 /*
+ * Makes in *newHandle_out a second handle whose changed blocks no longer
+ * hold the blocks of the files named in paths (paths inside the volume,
+ * ended by a null pointer). The bits are cleared in the bitmap that both
+ * handles share; the new handle walks its blocks from block 0 and must be
+ * freed with FreeHandle. TOLVAR_OK; TOLVAR_E_FAILED when newHandle_out or
+ * paths is null; TOLVAR_E_NOT_FOUND when a path is not found or the newer
+ * shadow copy has no NTFS view (then nothing is cleared).
+ */
+int32_t ExcludeFiles(TolvarHandle handle, TolvarHandle *newHandle_out, const char **paths);
+
+/*
+ * Writes the change map of the file at path: bit i (least significant
+ * first in byte i / 8) is set when the file's block i changed. A null
+ * buffer asks for the map's length in *size (TOLVAR_SIZE_RETURNED);
+ * otherwise *size is the buffer's room and is left unchanged. TOLVAR_OK;
+ * TOLVAR_E_FAILED on a null argument or a buffer too small;
+ * TOLVAR_E_NOT_FOUND when the path is not found or the newer shadow copy
+ * has no NTFS view.
+ */
+int32_t GetFileChangesMap(TolvarHandle handle, const char *path, unsigned char *buffer, uint64_t *size);
+
+/*
  * Takes the newest record off the error queue. Returns 1 and writes its
  * code to *code_out and min(message length, bufferSize) bytes of its text
  * to buffer, without a terminating NUL; returns 0 when there is none.

@@ -1,12 +1,14 @@
 /*
  * A C99 client of the main use, built against the public header and the
  * shared library only:
- *   main_use_client VOLUME OLDER_ID NEWER_ID
+ *   main_use_client VOLUME OLDER_ID NEWER_ID FILE
  * It opens a handle with the error queue, asks for the bitmap's size, tries
  * a buffer one byte short, copies the bitmap, tries GetBlock with a short
  * buffer, walks every changed block to the end, checks that the walk served
- * exactly the set bits in order, drains the error queue and frees the
- * handle. One line per check, then "N passed, N failed".
+ * exactly the set bits in order, asks for FILE's change map (a path inside
+ * the volume), excludes FILE into a second handle and walks that one, drains
+ * the error queue and frees the handles. One line per check, then
+ * "N passed, N failed".
  */
 #include <stdio.h>
 #include <stdlib.h>
@@ -28,6 +30,84 @@ static void check(int ok, const char *what) {
 
 static int bit_is_set(const unsigned char *bitmap, uint64_t index) { return (bitmap[index / 8] >> (index % 8)) & 1; }
 
+static uint64_t count_bits(const unsigned char *bitmap, uint64_t size) {
+  uint64_t i;
+  uint64_t bits = 0;
+  for (i = 0; i < size * 8; ++i) bits += (uint64_t)bit_is_set(bitmap, i);
+  return bits;
+}
+
+/* FILE's change map: the size query, a short buffer, the map, a missing path. */
+static void check_change_map(TolvarHandle handle, const char *file) {
+  uint64_t size = 0;
+  uint64_t room;
+  unsigned char *map;
+  check(GetFileChangesMap(handle, file, NULL, &size) == TOLVAR_SIZE_RETURNED && size > 0,
+        "GetFileChangesMap answers the size query");
+  map = (unsigned char *)malloc((size_t)size + 1);
+  room = size - 1;
+  check(GetFileChangesMap(handle, file, map, &room) == TOLVAR_E_FAILED && room == size - 1,
+        "GetFileChangesMap refuses a buffer one byte short");
+  room = size + 1;
+  check(GetFileChangesMap(handle, file, map, &room) == TOLVAR_OK && room == size + 1,
+        "GetFileChangesMap writes the map and leaves the size");
+  check(GetFileChangesMap(handle, "/no such file.bin", NULL, &size) == TOLVAR_E_NOT_FOUND,
+        "GetFileChangesMap of a missing path answers not found");
+  free(map);
+}
+
+/* Excludes FILE into a second handle, which walks its bits from block 0. */
+static void check_exclusion(TolvarHandle handle, const char *file, uint64_t block_size, uint64_t bits_before) {
+  const char *paths[2];
+  const char *with_missing[3];
+  TolvarHandle excluded = NULL;
+  uint64_t size = 0;
+  uint64_t other_size = 0;
+  uint64_t served = 0;
+  uint64_t index = 0;
+  unsigned char *bitmap;
+  unsigned char *source_bitmap;
+  unsigned char *block;
+  int status;
+
+  with_missing[0] = file;
+  with_missing[1] = "/no such file.bin";
+  with_missing[2] = NULL;
+  check(ExcludeFiles(handle, &excluded, with_missing) == TOLVAR_E_NOT_FOUND && excluded == NULL,
+        "ExcludeFiles with a missing path answers not found and makes no handle");
+  paths[0] = file;
+  paths[1] = NULL;
+  check(ExcludeFiles(handle, NULL, paths) == TOLVAR_E_FAILED, "ExcludeFiles refuses a null handle pointer");
+  status = ExcludeFiles(handle, &excluded, paths);
+  check(status == TOLVAR_OK && excluded != NULL, "ExcludeFiles makes a second handle");
+  if (status != TOLVAR_OK) return;
+
+  GetDiffBitmap(excluded, NULL, &size);
+  bitmap = (unsigned char *)malloc((size_t)size);
+  GetDiffBitmap(excluded, bitmap, &size);
+  GetDiffBitmap(handle, NULL, &other_size);
+  source_bitmap = (unsigned char *)malloc((size_t)other_size);
+  GetDiffBitmap(handle, source_bitmap, &other_size);
+  check(size == other_size && memcmp(bitmap, source_bitmap, (size_t)size) == 0,
+        "both handles show the reduced bitmap");
+  check(count_bits(bitmap, size) <= bits_before, "the reduced bitmap has no new bits");
+
+  block = (unsigned char *)malloc((size_t)block_size);
+  for (;;) {
+    uint64_t room = block_size;
+    status = GetBlock(excluded, block, &room, &index, 0);
+    if (status != TOLVAR_OK) break;
+    ++served;
+  }
+  check(status == TOLVAR_END_OF_BLOCKS && served == count_bits(bitmap, size),
+        "the second handle walks its bits from block 0");
+  printf("%lu of %lu blocks left after excluding %s\n", (unsigned long)served, (unsigned long)bits_before, file);
+  FreeHandle(excluded);
+  free(block);
+  free(source_bitmap);
+  free(bitmap);
+}
+
 int main(int argc, char **argv) {
   const uint64_t block_size = 65536;
   TolvarHandle handle = NULL;
@@ -45,8 +125,8 @@ int main(int argc, char **argv) {
   char message[256];
   int records = 0;
 
-  if (argc != 4) {
-    fprintf(stderr, "usage: %s VOLUME OLDER_ID NEWER_ID\n", argv[0]);
+  if (argc != 5) {
+    fprintf(stderr, "usage: %s VOLUME OLDER_ID NEWER_ID FILE\n", argv[0]);
     return 2;
   }
 
@@ -70,8 +150,7 @@ int main(int argc, char **argv) {
   check(GetBlock(handle, block, &short_size, &index, 0) == TOLVAR_E_BLOCK && short_size == block_size,
         "GetBlock with a short buffer asks for the block size");
 
-  for (next_bit = 0; next_bit < size * 8; ++next_bit) bits += (uint64_t)bit_is_set(bitmap, next_bit);
-  next_bit = 0;
+  bits = count_bits(bitmap, size);
   for (;;) {
     uint64_t room = block_size;
     status = GetBlock(handle, block, &room, &index, 0);
@@ -84,6 +163,9 @@ int main(int argc, char **argv) {
   check(status == TOLVAR_END_OF_BLOCKS, "the walk ends with the end status");
   check(served == bits && in_order, "the walk serves exactly the set bits, in order");
   check(GetBlock(handle, block, &short_size, &index, 0) == TOLVAR_END_OF_BLOCKS, "GetBlock keeps answering the end");
+
+  check_change_map(handle, argv[4]);
+  check_exclusion(handle, argv[4], block_size, bits);
 
   memset(message, 0, sizeof message);
   while (GetNextError(&code, message, sizeof message - 1) == 1) ++records;
