@@ -1,6 +1,8 @@
 // Writes the fuzz targets' seed inputs.
 //
-//   make_fuzz_seeds store DIR                 stores built in memory
+//   make_fuzz_seeds store DIR                 stores built in memory, with
+//                                             the Init target's option bytes
+//   make_fuzz_seeds store-volume DIR          the same stores alone
 //   make_fuzz_seeds ntfs DIR [IMAGE START LENGTH]...
 //                                             volumes built in memory, and
 //                                             the bytes the NTFS work reads
@@ -50,10 +52,14 @@ vss::Descriptor Changed(uint64_t original, uint32_t flags = 0) {
 }
 
 // Option bytes: block size selector, then flags (bit 0 newest pass, bit 1 compare).
+// Without options, the volume alone.
+bool g_storeOptions = true;
+
 void WriteStore(const std::string& dir, const std::string& name, const vss::StoreSpec& spec, uint8_t sizeStep,
                 uint8_t options) {
   vss::BuiltStore built = vss::BuildStore(spec);
-  std::vector<uint8_t> bytes = {sizeStep, options};
+  std::vector<uint8_t> bytes;
+  if (g_storeOptions) bytes = {sizeStep, options};
   std::vector<uint8_t> volume = SparseVolumeInput::Encode(*built.source);
   bytes.insert(bytes.end(), volume.begin(), volume.end());
   Write(dir + "/" + name, bytes);
@@ -123,12 +129,15 @@ void Units(const std::string& dir) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::cerr << "usage: make_fuzz_seeds store|ntfs|lznt1 DIR [IMAGE START LENGTH]...\n";
+    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|lznt1 DIR [IMAGE START LENGTH]...\n";
     return 2;
   }
   std::string kind = argv[1];
   std::string dir = argv[2];
   if (kind == "store") {
+    Stores(dir);
+  } else if (kind == "store-volume") {
+    g_storeOptions = false;
     Stores(dir);
   } else if (kind == "lznt1") {
     Units(dir);
