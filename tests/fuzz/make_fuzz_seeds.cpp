@@ -7,6 +7,7 @@
 //                                             volumes built in memory, and
 //                                             the bytes the NTFS work reads
 //                                             from each partition given
+//   make_fuzz_seeds ntfs-records DIR          small volumes built in memory
 //   make_fuzz_seeds lznt1 DIR                 compression units
 #include <cstdio>
 #include <cstdlib>
@@ -112,6 +113,28 @@ void Partition(const std::string& dir, const std::string& image, uint64_t start,
   Write(dir + "/" + name + "-" + std::to_string(start), SparseVolumeInput::Encode(*recording->Touched(kNtfsLimit)));
 }
 
+// Small volumes: resident and non-resident files, a directory whose index
+// has an allocation block, a file in it.
+void SmallVolumes(const std::string& dir) {
+  using namespace tolvartest;
+  constexpr uint64_t kDataCluster = 20;   // first cluster after the MFT
+  constexpr uint64_t kIndexCluster = 22;
+  NtfsImageBuilder builder;
+  builder.SetRoot({IndexEntryBytes(16, 0x00), IndexEntryBytes(17, 0x00), IndexEntryBytes(18, 0x00)});
+  builder.AddFile(16, "a.txt", {ResidentData(1, {'h', 'e', 'l', 'l', 'o'})});
+  builder.AddFile(17, "b.bin", {NonResidentAttribute(0x80, 1, 0, 1, 6000, {{2, static_cast<int64_t>(kDataCluster), 1, 1}})});
+  builder.PutCluster(kDataCluster, Bytes(4096, 0x5a));
+  builder.PutCluster(kDataCluster + 1, Bytes(1904, 0xa5));
+  Bytes rootOfDir = IndexRootAttribute(1, 4096, {IndexEntryBytes(0, 0x03, 0)});
+  Bytes allocation = NonResidentAttribute(0xA0, 2, 0, 0, 4096, {{1, static_cast<int64_t>(kIndexCluster), 1, 1}}, "$I30");
+  builder.AddFile(18, "d", {rootOfDir, allocation}, NtfsImageBuilder::kRootRecord, 1, 0x0003);
+  builder.AddFile(19, "inner", {ResidentData(1, {'x'})}, 18);
+  builder.PutCluster(kIndexCluster, IndexBlockBytes(4096, 512, 0, {IndexEntryBytes(19, 0x00), IndexEntryBytes(0, 0x02)}));
+  SparseSource sparse(builder.Image().size());
+  sparse.Write(0, builder.Image());
+  Write(dir + "/files-and-directory", SparseVolumeInput::Encode(sparse));
+}
+
 // Units of 4 KiB clusters (selector 3): one stored chunk, one compressed
 // chunk with a back-reference, and a chunk followed by the end marker.
 void Units(const std::string& dir) {
@@ -129,7 +152,7 @@ void Units(const std::string& dir) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|lznt1 DIR [IMAGE START LENGTH]...\n";
+    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|ntfs-records|lznt1 DIR [IMAGE START LENGTH]...\n";
     return 2;
   }
   std::string kind = argv[1];
@@ -139,6 +162,8 @@ int main(int argc, char** argv) {
   } else if (kind == "store-volume") {
     g_storeOptions = false;
     Stores(dir);
+  } else if (kind == "ntfs-records") {
+    SmallVolumes(dir);
   } else if (kind == "lznt1") {
     Units(dir);
   } else if (kind == "ntfs") {
