@@ -113,6 +113,12 @@ void Partition(const std::string& dir, const std::string& image, uint64_t start,
   Write(dir + "/" + name + "-" + std::to_string(start), SparseVolumeInput::Encode(*recording->Touched(kNtfsLimit)));
 }
 
+void WriteImage(const std::string& path, const tolvartest::Bytes& image) {
+  tolvartest::SparseSource sparse(image.size());
+  sparse.Write(0, image);
+  Write(path, SparseVolumeInput::Encode(sparse));
+}
+
 // Small volumes: resident and non-resident files, a directory whose index
 // has an allocation block, a file in it.
 void SmallVolumes(const std::string& dir) {
@@ -130,9 +136,50 @@ void SmallVolumes(const std::string& dir) {
   builder.AddFile(18, "d", {rootOfDir, allocation}, NtfsImageBuilder::kRootRecord, 1, 0x0003);
   builder.AddFile(19, "inner", {ResidentData(1, {'x'})}, 18);
   builder.PutCluster(kIndexCluster, IndexBlockBytes(4096, 512, 0, {IndexEntryBytes(19, 0x00), IndexEntryBytes(0, 0x02)}));
-  SparseSource sparse(builder.Image().size());
-  sparse.Write(0, builder.Image());
-  Write(dir + "/files-and-directory", SparseVolumeInput::Encode(sparse));
+  WriteImage(dir + "/files-and-directory", builder.Image());
+
+  // A file whose data lies in two extension records that its attribute list
+  // names, and an LZNT1-compressed file: one stored cluster, then a sparse run.
+  constexpr uint64_t kListedRecord = 20;
+  constexpr uint64_t kExtentCluster = 24;
+  constexpr uint64_t kCompressedCluster = 27;
+  NtfsImageBuilder listed;
+  listed.SetRoot({IndexEntryBytes(kListedRecord, 0x00), IndexEntryBytes(23, 0x00)});
+  Bytes list;
+  for (const Bytes& entry : {AttributeListEntryBytes(0x30, 0, kListedRecord, 4), AttributeListEntryBytes(0x80, 2, 22, 7),
+                             AttributeListEntryBytes(0x80, 0, 21, 7)}) {
+    PutBytes(&list, list.size(), entry);
+  }
+  AttributeFields listAttribute;
+  listAttribute.type = 0x20;
+  listAttribute.id = 2;
+  listAttribute.value = list;
+  FileRecordFields base;
+  base.attributes = {AttributeBytes(listAttribute), FileNameAttribute(4, NtfsImageBuilder::kRootRecord, "listed.bin")};
+  listed.SetRecord(kListedRecord, FileRecordBytes(base));
+  FileRecordFields first;
+  first.baseRecord = kListedRecord;
+  first.attributes = {NonResidentAttribute(0x80, 7, 0, 1, 3 * 4096, {{2, static_cast<int64_t>(kExtentCluster), 1, 1}})};
+  listed.SetRecord(21, FileRecordBytes(first));
+  FileRecordFields second;
+  second.baseRecord = kListedRecord;
+  second.attributes = {NonResidentAttribute(0x80, 7, 2, 2, 0, {{1, static_cast<int64_t>(kExtentCluster + 2), 1, 1}})};
+  listed.SetRecord(22, FileRecordBytes(second));
+  for (uint64_t i = 0; i < 3; ++i) listed.PutCluster(kExtentCluster + i, Bytes(4096, static_cast<uint8_t>(0x60 + i)));
+  AttributeFields compressed;
+  compressed.type = 0x80;
+  compressed.flags = 0x0001;
+  compressed.id = 1;
+  compressed.nonResident = true;
+  compressed.lastVcn = 15;
+  compressed.compressionUnit = 4;
+  compressed.allocatedSize = 16 * 4096;
+  compressed.dataSize = compressed.initializedSize = 5000;
+  compressed.compressedSize = 4096;
+  compressed.mappingPairs = MappingPairs({{1, static_cast<int64_t>(kCompressedCluster), 1, 1}, {15, 0, 1, 0}});
+  listed.AddFile(23, "z.txt", {AttributeBytes(compressed)});
+  listed.PutCluster(kCompressedCluster, {0x07, 0xB0, 0x08, 'a', 'b', 'c', 0x03, 0x20, 0, 0});
+  WriteImage(dir + "/attribute-list-and-compressed", listed.Image());
 }
 
 // Units of 4 KiB clusters (selector 3): one stored chunk, one compressed
