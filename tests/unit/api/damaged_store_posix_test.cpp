@@ -34,6 +34,7 @@ constexpr uint64_t kEntrySize = 128;           // one catalog entry
 constexpr uint64_t kDescriptorSize = 32;       // one block-list entry
 constexpr uint64_t kOwnOffsetField = 32;       // page header: the page's own offset
 constexpr uint64_t kNextOffsetField = 40;      // page header: offset of the next page
+constexpr uint64_t kDefinitionVolumeSizeField = 8;    // catalog definition: volume size
 constexpr uint64_t kDeclarationIndexField = 8;        // catalog declaration: block-list offset
 constexpr uint64_t kDeclarationBitmapField = 8 + 40;  // catalog declaration: bitmap offset
 constexpr uint64_t kChangedOffset = 0x200000;
@@ -196,6 +197,20 @@ TEST_F(DamagedStore, BitmapShorterThanTheVolumeNeeds) {
   EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
                                   Record(1, "Read last vss-bitmap data failed"),
                                   Record(12, "Bitmap init failed")
+                              }));
+}
+
+TEST_F(DamagedStore, CatalogDefinitionWithAVolumeOfAnExabyte) {
+  BuiltStore built = BuildStore(TwoSnapshots());
+  // Pairs layout: the newer snapshot's definition is the third entry. Its
+  // bitmap would need 8 TiB; the record holds one page.
+  uint64_t definition = built.catalogOffset + kPageHeaderSize + 2 * kEntrySize;
+  PutLe64(*built.source, definition + kDefinitionVolumeSizeField, uint64_t{1} << 60);
+  Outcome outcome = InitOn(*built.source);
+  EXPECT_EQ(outcome.status, TOLVAR_E_FAILED);
+  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
+                                  Record(1, "Read last vss-bitmap data failed"),
+                                  Record(12, "Bitmap init failed"),
                               }));
 }
 
