@@ -13,13 +13,21 @@ constexpr unsigned kBitmapBytesShift = 17;
 
 // A new bitmap of volumeSize >> 17 bytes, read whole from the payload of the
 // record at offset. Returns false when the read falls short; the bitmap then
-// holds what was read.
+// holds what was read; it is cut short only when neither the record nor the
+// volume could hold it.
 bool ReadBitmap(const vss::VssVolume& volume, uint64_t offset, uint64_t volumeSize,
                 std::unique_ptr<BitMap>* bitmap) {
-  *bitmap = std::make_unique<BitMap>(volumeSize >> kBitmapBytesShift);
   std::shared_ptr<vss::VssRecord> record = volume.OpenRecord(offset);
-  const uint64_t length = (*bitmap)->SizeInBytes();
-  return record->Read((*bitmap)->Data(), length, 0) == length;
+  const uint64_t length = volumeSize >> kBitmapBytesShift;
+  // A volume size from the catalog can ask for terabytes: allocate no more
+  // than the record's pages or a bitmap of the whole store volume hold.
+  // Reading that much makes the same page reads and messages as the longer
+  // read, which falls short in the same way.
+  const uint64_t capacity = record->PageCount() * vss::VssRecord::kPayloadPerPage;
+  const uint64_t limit = std::max(capacity, volume.GetSize() >> kBitmapBytesShift);
+  *bitmap = std::make_unique<BitMap>(std::min(length, limit));
+  const uint64_t held = (*bitmap)->SizeInBytes();
+  return record->Read((*bitmap)->Data(), held, 0) == held && held == length;
 }
 
 void Apply(const BitMap* held, BitMap* target) {

@@ -63,10 +63,6 @@ int64_t BlockProcessor::Compute(vss::api::VssContext& context, VolumeProvider& v
   const std::shared_ptr<vss::Snapshot> start = sequence.front();
   const std::shared_ptr<vss::Snapshot> end = sequence.back();
 
-  const uint64_t bitmapBytes = StoreBitmapBytes(end->GetVolumeSize());
-  auto changed = std::make_shared<BitMap>(bitmapBytes);
-  auto comparison = std::make_shared<BitMap>(bitmapBytes);
-
   std::shared_ptr<ntfsparsercore::io::ISource> older(volumeProvider.OpenShadowCopy(start, storage));
   std::shared_ptr<ntfsparsercore::io::ISource> newer(volumeProvider.OpenShadowCopy(end, storage));
   olderSource_ = older;
@@ -81,6 +77,12 @@ int64_t BlockProcessor::Compute(vss::api::VssContext& context, VolumeProvider& v
     ReportCodedError(kErrorStore, "Bitmap init failed");
     return kFailed;
   }
+  // Allocated only once the end snapshot's store bitmap was read whole: a
+  // volume size from the catalog is then backed by that many bitmap bytes on
+  // disk and cannot ask for terabytes.
+  const uint64_t bitmapBytes = StoreBitmapBytes(end->GetVolumeSize());
+  auto changed = std::make_shared<BitMap>(bitmapBytes);
+  auto comparison = std::make_shared<BitMap>(bitmapBytes);
   bitmaps.ApplyCurrent(changed.get());
   bitmaps.ApplyReference(comparison.get());
 

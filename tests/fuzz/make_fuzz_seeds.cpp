@@ -1,0 +1,226 @@
+// Writes the fuzz targets' seed inputs.
+//
+//   make_fuzz_seeds store DIR                 stores built in memory, with
+//                                             the Init target's option bytes
+//   make_fuzz_seeds store-volume DIR          the same stores alone
+//   make_fuzz_seeds ntfs DIR [IMAGE START LENGTH]...
+//                                             volumes built in memory, and
+//                                             the bytes the NTFS work reads
+//                                             from each partition given
+//   make_fuzz_seeds ntfs-records DIR          small volumes built in memory
+//   make_fuzz_seeds lznt1 DIR                 compression units
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "tests/fixtures/memory_source.h"
+#include "tests/fixtures/ntfs_image_builder.h"
+#include "tests/fixtures/vss_store_builder.h"
+#include "tests/fuzz/ntfs_workload.h"
+#include "tests/fuzz/partition_file_source.h"
+#include "tests/fuzz/recording_source.h"
+#include "tests/fuzz/sparse_volume_input.h"
+
+namespace {
+
+namespace vss = tolvartest::vss;
+using tolvarfuzz::SparseVolumeInput;
+
+constexpr uint64_t kStoreVolumeSize = 16 * vss::kMiB;
+constexpr uint64_t kOldDataBase = 12 * vss::kMiB;     // where the old contents of changed blocks sit
+constexpr uint32_t kForwarder = 1;                    // block-list entry flag
+constexpr uint64_t kNtfsLimit = uint64_t{1} << 32;    // the NTFS target's largest volume
+
+void Write(const std::string& path, const std::vector<uint8_t>& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  if (!out.good()) {
+    std::cerr << "cannot write " << path << "\n";
+    std::exit(1);
+  }
+}
+
+// A block-list entry whose old contents sit below kOldDataBase's end of
+// the volume; forwarders carry no store data (a store with one that does
+// is unreadable).
+vss::Descriptor Changed(uint64_t original, uint32_t flags = 0) {
+  vss::Descriptor d = vss::Block(original, flags);
+  d.storeData = (flags & kForwarder) != 0 ? 0 : kOldDataBase + original;
+  return d;
+}
+
+// Option bytes: block size selector, then flags (bit 0 newest pass, bit 1 compare).
+// Without options, the volume alone.
+bool g_storeOptions = true;
+
+void WriteStore(const std::string& dir, const std::string& name, const vss::StoreSpec& spec, uint8_t sizeStep,
+                uint8_t options) {
+  vss::BuiltStore built = vss::BuildStore(spec);
+  std::vector<uint8_t> bytes;
+  if (g_storeOptions) bytes = {sizeStep, options};
+  std::vector<uint8_t> volume = SparseVolumeInput::Encode(*built.source);
+  bytes.insert(bytes.end(), volume.begin(), volume.end());
+  Write(dir + "/" + name, bytes);
+}
+
+void Stores(const std::string& dir) {
+  vss::StoreSpec two;
+  two.volumeSize = kStoreVolumeSize;
+  two.snapshots = {vss::Snap(1, 10), vss::Snap(2, 20)};
+  two.snapshots[0].descriptors = {Changed(0x10000), Changed(0x24000, 2)};
+  two.snapshots[1].descriptors = {Changed(0x100000), Changed(0x100000, 2), Changed(0x200000, 1)};
+  WriteStore(dir, "two-snapshots", two, 3, 0);
+  WriteStore(dir, "two-snapshots-newest-compare", two, 0, 3);
+
+  vss::StoreSpec bitmaps = two;
+  bitmaps.snapshots[0].bitmapBlocks = {1, 2, 3, 200};
+  bitmaps.snapshots[1].hasPreviousBitmap = true;
+  bitmaps.snapshots[1].previousBitmapBlocks = {5, 6};
+  WriteStore(dir, "bitmaps", bitmaps, 7, 1);
+
+  vss::StoreSpec three;
+  three.volumeSize = kStoreVolumeSize;
+  three.layout = vss::CatalogLayout::kDefinitionsFirst;
+  three.snapshots = {vss::Snap(1, 10), vss::Snap(2, 20), vss::Snap(3, 30)};
+  three.snapshots[1].descriptors = {Changed(0x8000), Changed(0x300000)};
+  three.snapshots[2].descriptors = {Changed(0x40000, 4)};
+  WriteStore(dir, "three-definitions-first", three, 1, 2);
+}
+
+void BuiltVolumes(const std::string& dir) {
+  using tolvartest::NtfsImageBuilder;
+  NtfsImageBuilder builder;
+  builder.SetRoot({tolvartest::IndexEntryBytes(16, 0x00)});
+  builder.AddFile(16, "a.txt", {tolvartest::ResidentData(1, {'h', 'e', 'l', 'l', 'o'})});
+  auto recording = std::make_shared<tolvarfuzz::RecordingSource>(
+      std::make_shared<tolvartest::MemorySource>(builder.Image()));
+  tolvarfuzz::NtfsWorkload::Run(recording);
+  Write(dir + "/built-volume", SparseVolumeInput::Encode(*recording->Touched(kNtfsLimit)));
+}
+
+void Partition(const std::string& dir, const std::string& image, uint64_t start, uint64_t length) {
+  auto file = std::make_shared<tolvarfuzz::PartitionFileSource>(image, start, length);
+  if (!file->IsOpen()) {
+    std::cerr << "cannot open " << image << "\n";
+    std::exit(1);
+  }
+  auto recording = std::make_shared<tolvarfuzz::RecordingSource>(file);
+  tolvarfuzz::NtfsWorkload::Run(recording);
+  std::string name = image.substr(image.find_last_of('/') + 1);
+  Write(dir + "/" + name + "-" + std::to_string(start), SparseVolumeInput::Encode(*recording->Touched(kNtfsLimit)));
+}
+
+void WriteImage(const std::string& path, const tolvartest::Bytes& image) {
+  tolvartest::SparseSource sparse(image.size());
+  sparse.Write(0, image);
+  Write(path, SparseVolumeInput::Encode(sparse));
+}
+
+// Small volumes: resident and non-resident files, a directory whose index
+// has an allocation block, a file in it.
+void SmallVolumes(const std::string& dir) {
+  using namespace tolvartest;
+  constexpr uint64_t kDataCluster = 20;   // first cluster after the MFT
+  constexpr uint64_t kIndexCluster = 22;
+  NtfsImageBuilder builder;
+  builder.SetRoot({IndexEntryBytes(16, 0x00), IndexEntryBytes(17, 0x00), IndexEntryBytes(18, 0x00)});
+  builder.AddFile(16, "a.txt", {ResidentData(1, {'h', 'e', 'l', 'l', 'o'})});
+  builder.AddFile(17, "b.bin", {NonResidentAttribute(0x80, 1, 0, 1, 6000, {{2, static_cast<int64_t>(kDataCluster), 1, 1}})});
+  builder.PutCluster(kDataCluster, Bytes(4096, 0x5a));
+  builder.PutCluster(kDataCluster + 1, Bytes(1904, 0xa5));
+  Bytes rootOfDir = IndexRootAttribute(1, 4096, {IndexEntryBytes(0, 0x03, 0)});
+  Bytes allocation = NonResidentAttribute(0xA0, 2, 0, 0, 4096, {{1, static_cast<int64_t>(kIndexCluster), 1, 1}}, "$I30");
+  builder.AddFile(18, "d", {rootOfDir, allocation}, NtfsImageBuilder::kRootRecord, 1, 0x0003);
+  builder.AddFile(19, "inner", {ResidentData(1, {'x'})}, 18);
+  builder.PutCluster(kIndexCluster, IndexBlockBytes(4096, 512, 0, {IndexEntryBytes(19, 0x00), IndexEntryBytes(0, 0x02)}));
+  WriteImage(dir + "/files-and-directory", builder.Image());
+
+  // A file whose data lies in two extension records that its attribute list
+  // names, and an LZNT1-compressed file: one stored cluster, then a sparse run.
+  constexpr uint64_t kListedRecord = 20;
+  constexpr uint64_t kExtentCluster = 24;
+  constexpr uint64_t kCompressedCluster = 27;
+  NtfsImageBuilder listed;
+  listed.SetRoot({IndexEntryBytes(kListedRecord, 0x00), IndexEntryBytes(23, 0x00)});
+  Bytes list;
+  for (const Bytes& entry : {AttributeListEntryBytes(0x30, 0, kListedRecord, 4), AttributeListEntryBytes(0x80, 2, 22, 7),
+                             AttributeListEntryBytes(0x80, 0, 21, 7)}) {
+    PutBytes(&list, list.size(), entry);
+  }
+  AttributeFields listAttribute;
+  listAttribute.type = 0x20;
+  listAttribute.id = 2;
+  listAttribute.value = list;
+  FileRecordFields base;
+  base.attributes = {AttributeBytes(listAttribute), FileNameAttribute(4, NtfsImageBuilder::kRootRecord, "listed.bin")};
+  listed.SetRecord(kListedRecord, FileRecordBytes(base));
+  FileRecordFields first;
+  first.baseRecord = kListedRecord;
+  first.attributes = {NonResidentAttribute(0x80, 7, 0, 1, 3 * 4096, {{2, static_cast<int64_t>(kExtentCluster), 1, 1}})};
+  listed.SetRecord(21, FileRecordBytes(first));
+  FileRecordFields second;
+  second.baseRecord = kListedRecord;
+  second.attributes = {NonResidentAttribute(0x80, 7, 2, 2, 0, {{1, static_cast<int64_t>(kExtentCluster + 2), 1, 1}})};
+  listed.SetRecord(22, FileRecordBytes(second));
+  for (uint64_t i = 0; i < 3; ++i) listed.PutCluster(kExtentCluster + i, Bytes(4096, static_cast<uint8_t>(0x60 + i)));
+  AttributeFields compressed;
+  compressed.type = 0x80;
+  compressed.flags = 0x0001;
+  compressed.id = 1;
+  compressed.nonResident = true;
+  compressed.lastVcn = 15;
+  compressed.compressionUnit = 4;
+  compressed.allocatedSize = 16 * 4096;
+  compressed.dataSize = compressed.initializedSize = 5000;
+  compressed.compressedSize = 4096;
+  compressed.mappingPairs = MappingPairs({{1, static_cast<int64_t>(kCompressedCluster), 1, 1}, {15, 0, 1, 0}});
+  listed.AddFile(23, "z.txt", {AttributeBytes(compressed)});
+  listed.PutCluster(kCompressedCluster, {0x07, 0xB0, 0x08, 'a', 'b', 'c', 0x03, 0x20, 0, 0});
+  WriteImage(dir + "/attribute-list-and-compressed", listed.Image());
+}
+
+// Units of 4 KiB clusters (selector 3): one stored chunk, one compressed
+// chunk with a back-reference, and a chunk followed by the end marker.
+void Units(const std::string& dir) {
+  std::vector<uint8_t> stored = {3, 0x03, 0x30};  // header: stored, 4,096 bytes of data
+  stored.resize(3 + 4096, 'a');
+  Write(dir + "/stored-chunk", stored);
+  // Compressed: "abc" then a copy of length 6 from 3 back (tuple 0x2003 with 12-bit length field).
+  std::vector<uint8_t> compressed = {3, 0x07, 0xB0, 0x08, 'a', 'b', 'c', 0x03, 0x20, 0, 0};
+  Write(dir + "/compressed-chunk", compressed);
+  std::vector<uint8_t> ended = {3, 0x02, 0xB0, 0x00, 'x', 'y', 'z', 0, 0};
+  Write(dir + "/ended-chunk", ended);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) {
+    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|ntfs-records|lznt1 DIR [IMAGE START LENGTH]...\n";
+    return 2;
+  }
+  std::string kind = argv[1];
+  std::string dir = argv[2];
+  if (kind == "store") {
+    Stores(dir);
+  } else if (kind == "store-volume") {
+    g_storeOptions = false;
+    Stores(dir);
+  } else if (kind == "ntfs-records") {
+    SmallVolumes(dir);
+  } else if (kind == "lznt1") {
+    Units(dir);
+  } else if (kind == "ntfs") {
+    BuiltVolumes(dir);
+    for (int i = 3; i + 2 < argc; i += 3) {
+      Partition(dir, argv[i], std::strtoull(argv[i + 1], nullptr, 0), std::strtoull(argv[i + 2], nullptr, 0));
+    }
+  } else {
+    std::cerr << "unknown kind: " << kind << "\n";
+    return 2;
+  }
+  return 0;
+}
