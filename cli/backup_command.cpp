@@ -71,7 +71,7 @@ int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint6
 
 }  // namespace
 
-CommandLine::Grammar BackupCommand::Grammar() { return {4, {"--compare", "--extra-pass"}, {"--block-size"}}; }
+CommandLine::Grammar BackupCommand::Grammar() { return {4, {"--compare", "--extra-pass"}, {"--block-size", "--exclude"}}; }
 
 int BackupCommand::Run(const CommandLine& arguments) {
   const std::string& volume = arguments.Positional(0);
@@ -85,6 +85,9 @@ int BackupCommand::Run(const CommandLine& arguments) {
   }
   TrackingSession session;
   if (session.Open(volume, from, to, blockSize, arguments.Has("--extra-pass")) != 0) return kExitLibrary;
+  // Excluded files' blocks leave the bitmap; the new handle walks what is left.
+  const std::vector<std::string> excluded = arguments.Values("--exclude");
+  if (!excluded.empty() && session.Exclude(excluded) != 0) return kExitLibrary;
   std::vector<uint8_t> bitmap;
   if (session.Bitmap(&bitmap) != 0) return kExitLibrary;
 

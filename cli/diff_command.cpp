@@ -30,7 +30,7 @@ uint64_t ChangedBytes(const std::vector<uint8_t>& bitmap, uint64_t blockSize, ui
 
 }  // namespace
 
-CommandLine::Grammar DiffCommand::Grammar() { return {3, {"--extra-pass", "--json"}, {"--block-size", "--bitmap-out"}}; }
+CommandLine::Grammar DiffCommand::Grammar() { return {3, {"--extra-pass", "--json"}, {"--block-size", "--bitmap-out", "--exclude"}}; }
 
 int DiffCommand::Run(const CommandLine& arguments) {
   const std::string& volume = arguments.Positional(0);
@@ -43,6 +43,9 @@ int DiffCommand::Run(const CommandLine& arguments) {
   }
   TrackingSession session;
   if (session.Open(volume, from, to, blockSize, arguments.Has("--extra-pass")) != 0) return kExitLibrary;
+  // Excluded files' blocks leave the bitmap; the new handle walks what is left.
+  const std::vector<std::string> excluded = arguments.Values("--exclude");
+  if (!excluded.empty() && session.Exclude(excluded) != 0) return kExitLibrary;
   std::vector<uint8_t> bitmap;
   if (session.Bitmap(&bitmap) != 0) return kExitLibrary;
 

@@ -1,6 +1,7 @@
 // The tolvar command: lists shadow copies, counts the blocks that changed
 // between two of them, backs those blocks up into an increment file and
-// applies an increment to an image of the older shadow copy.
+// applies an increment to an image of the older shadow copy, and maps
+// which blocks of one file changed.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -10,6 +11,7 @@
 #include "cli/backup_command.h"
 #include "cli/diff_command.h"
 #include "cli/exit_code.h"
+#include "cli/filemap_command.h"
 #include "cli/list_command.h"
 
 namespace {
@@ -17,11 +19,15 @@ namespace {
 const char kUsage[] =
     "usage:\n"
     "  tolvar list VOLUME [--json]\n"
-    "  tolvar diff VOLUME FROM TO [--block-size N] [--extra-pass] [--bitmap-out FILE] [--json]\n"
+    "  tolvar diff VOLUME FROM TO [--block-size N] [--extra-pass] [--exclude PATH]...\n"
+    "              [--bitmap-out FILE] [--json]\n"
     "  tolvar backup VOLUME FROM TO OUT [--block-size N] [--compare] [--extra-pass]\n"
+    "              [--exclude PATH]...\n"
     "  tolvar apply BASE INCREMENT\n"
+    "  tolvar filemap VOLUME FROM TO PATH [--block-size N] [--json]\n"
     "FROM and TO are shadow copy IDs as 'tolvar list' prints them; N is a multiple\n"
     "of 4096 from 4096 to 131072 (default 65536), in bytes or with a K suffix.\n"
+    "PATH is a file inside the volume, lower case, e.g. /documents/report.txt.\n"
     "exit codes: 0 done, 1 usage, 2 the library failed, 3 a file could not be\n"
     "read or written, 4 apply refused the increment (BASE untouched)\n";
 
@@ -37,6 +43,7 @@ const Subcommand kSubcommands[] = {
     {"diff", tolvarcli::DiffCommand::Grammar, tolvarcli::DiffCommand::Run},
     {"backup", tolvarcli::BackupCommand::Grammar, tolvarcli::BackupCommand::Run},
     {"apply", tolvarcli::ApplyCommand::Grammar, tolvarcli::ApplyCommand::Run},
+    {"filemap", tolvarcli::FilemapCommand::Grammar, tolvarcli::FilemapCommand::Run},
 };
 
 }  // namespace

@@ -8,7 +8,10 @@
 
 namespace tolvarcli {
 
-TrackingSession::~TrackingSession() { FreeHandle(handle_); }
+TrackingSession::~TrackingSession() {
+  FreeHandle(handle_);
+  FreeHandle(initHandle_);
+}
 
 int32_t TrackingSession::Open(const std::string& volume, const std::string& from, const std::string& to,
                               uint64_t blockSize, bool newestPass) {
@@ -19,6 +22,39 @@ int32_t TrackingSession::Open(const std::string& volume, const std::string& from
     handle_ = nullptr;
     ErrorReport::PrintFailure("Init", status);
   }
+  return status;
+}
+
+int32_t TrackingSession::Exclude(const std::vector<std::string>& paths) {
+  std::vector<const char*> list;
+  for (const std::string& path : paths) list.push_back(path.c_str());
+  list.push_back(nullptr);
+  TolvarHandle made = nullptr;
+  const int32_t status = ExcludeFiles(handle_, &made, list.data());
+  if (status != TOLVAR_OK) {
+    ErrorReport::PrintFailure("ExcludeFiles", status);
+    return status;
+  }
+  // A second exclusion replaces the handle again: the one it came from is
+  // no longer needed.
+  FreeHandle(initHandle_);
+  initHandle_ = handle_;
+  handle_ = made;
+  return status;
+}
+
+int32_t TrackingSession::FileMap(const std::string& path, std::vector<uint8_t>* map) {
+  uint64_t size = 0;
+  int32_t status = GetFileChangesMap(handle_, path.c_str(), nullptr, &size);
+  if (status != TOLVAR_SIZE_RETURNED) {
+    ErrorReport::PrintFailure("GetFileChangesMap", status);
+    return status == TOLVAR_OK ? TOLVAR_E_FAILED : status;
+  }
+  map->assign(size, 0);
+  // An empty file has an empty map: there is nothing to ask for.
+  if (size == 0) return TOLVAR_OK;
+  status = GetFileChangesMap(handle_, path.c_str(), map->data(), &size);
+  if (status != TOLVAR_OK) ErrorReport::PrintFailure("GetFileChangesMap", status);
   return status;
 }
 

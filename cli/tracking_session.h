@@ -23,6 +23,16 @@ class TrackingSession {
   int32_t Open(const std::string& volume, const std::string& from, const std::string& to, uint64_t blockSize,
                bool newestPass);
 
+  // ExcludeFiles with paths on the open handle. On success the session
+  // works on the handle it made (the first one stays open until the session
+  // ends, both are freed then); on failure prints the queue and the status
+  // and returns it.
+  int32_t Exclude(const std::vector<std::string>& paths);
+
+  // GetFileChangesMap of path: asks for the map's length, then the map.
+  // On failure prints the queue and the status and returns it.
+  int32_t FileMap(const std::string& path, std::vector<uint8_t>* map);
+
   // The changed-block bitmap; prints and returns the failing status.
   int32_t Bitmap(std::vector<uint8_t>* bitmap);
 
@@ -32,7 +42,8 @@ class TrackingSession {
   uint64_t BlockSize() const { return blockSize_; }
 
  private:
-  TolvarHandle handle_ = nullptr;  // the open handle, or null
+  TolvarHandle handle_ = nullptr;  // the handle the calls use, or null
+  TolvarHandle initHandle_ = nullptr;  // Init's handle once Exclude replaced it, or null
   uint64_t blockSize_ = 0;         // as given to Init
 };
 

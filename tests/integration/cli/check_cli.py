@@ -6,6 +6,7 @@ and on the Windows 10 volume of the shared test data.
     check_cli.py --cli TOLVAR --work DIR refusals --tool MKVSSIMAGE
     check_cli.py --cli TOLVAR --work DIR failures --tool MKVSSIMAGE
     check_cli.py --cli TOLVAR --work DIR windows-list --disk NTFS_RAW --extract EXTRACT_PARTITION
+    check_cli.py --cli TOLVAR --work DIR files --tool MKVSSIMAGE --lib LIBTOLVAR
 
 Exits 77 when the image builder cannot make images here (no FUSE) or the
 Windows disk image is absent."""
@@ -23,6 +24,14 @@ WINDOWS_OLDER = "ec06abc4-bd2f-41cc-a817-921f2046080d"
 WINDOWS_NEWER = "d1229f1a-31d8-45de-8a72-0d6a3a1f59e8"
 WINDOWS_PARTITION_OFFSET = 1048576
 WINDOWS_PARTITION_LENGTH = 68716331008
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "mainuse"))
+import tolvar_ctypes  # noqa: E402
+
+# Files of the file_services scenario in its newest snapshot, and the ones
+# the exclusion checks leave out of the increment.
+FILE_PATHS = ["/still.bin", "/part.bin", "/grow.bin", "/moving.bin", "/filler.bin", "/fresh.bin", "/note.txt",
+              "/pack/squeeze.bin", "/zipped/both.bin"]
+EXCLUDED = ["/part.bin", "/moving.bin", "/grow.bin"]
 COMPARE_IMAGES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "scripts",
                               "compare-images")
 
@@ -179,8 +188,8 @@ def check_failures(arguments):
     expect(arguments, 1, [], None)
     expect(arguments, 1, [], None, "bogus")
     expect(arguments, 1, [], None, "diff", image, older)
-    code, _, err = expect(arguments, 1, [], None, "diff", image, older, newer, "--exclude", "/a")
-    if not err.startswith("tolvar diff: unknown option --exclude\n"):
+    code, _, err = expect(arguments, 1, [], None, "diff", image, older, newer, "--include", "/a")
+    if not err.startswith("tolvar diff: unknown option --include\n"):
         raise Failure("unknown option: %r" % err)
     expect(arguments, 1, [], None, "backup", image, older, newer, out, "--block-size", "64x")
     expect(arguments, 2, [], ["tolvar: error 1: Open file(%s) failed - 2." % missing,
@@ -245,6 +254,132 @@ def check_windows_list(arguments):
     print(table, end="")
 
 
+def runs_text(bits):
+    """Ascending block numbers as the command prints them: "0-3 7"."""
+    runs = []
+    for index in bits:
+        if runs and runs[-1][1] + 1 == index:
+            runs[-1][1] = index
+        else:
+            runs.append([index, index])
+    return runs, " ".join(str(a) if a == b else "%d-%d" % (a, b) for a, b in runs)
+
+
+def check_files(arguments):
+    """filemap and --exclude against the exports through ctypes, on the
+    file_services scenario, whose newest snapshot rewrote, grew and moved
+    files since the oldest."""
+    prefix, manifest = build_image(arguments, "file_services")
+    lib = tolvar_ctypes.Library(arguments.lib)
+    image = prefix + ".img"
+    work = os.path.dirname(prefix)
+    snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
+    older, newer = snapshots[0]["shadow_copy_id"], snapshots[-1]["shadow_copy_id"]
+    older_image = os.path.join(work, snapshots[0]["image"])
+    newer_image = os.path.join(work, snapshots[-1]["image"])
+    for block_size in (4096, 65536):
+        status, handle = lib.init(image, older, newer, block_size)
+        if status != tolvar_ctypes.OK:
+            raise Failure("Init returned %d: %r" % (status, lib.errors()))
+        try:
+            maps = {path: lib.file_map(handle, path) for path in FILE_PATHS}
+            before = lib.bitmap(handle)
+            status, made = lib.exclude(handle, EXCLUDED)
+            if status != tolvar_ctypes.OK:
+                raise Failure("ExcludeFiles returned %d: %r" % (status, lib.errors()))
+            after = lib.bitmap(made)
+            lib.free(made)
+        finally:
+            lib.free(handle)
+
+        # filemap prints the ranges of the export's map, as JSON and as text.
+        changed_files = 0
+        for path, expected_map in maps.items():
+            bits = tolvar_ctypes.set_bits(expected_map)
+            runs, text = runs_text(bits)
+            changed_files += 1 if bits else 0
+            _, out, _ = expect(arguments, 0, None, [], "filemap", image, older, newer, path, "--block-size",
+                               block_size, "--json")
+            report = json.loads(out)
+            if report["ranges"] != runs or report["changed_blocks"] != len(bits) or \
+                    report["map_bytes"] != len(expected_map) or report["map_blocks"] != 8 * len(expected_map):
+                raise Failure("filemap %s block %d: %r, the export gives %s (%d bytes)"
+                              % (path, block_size, report, text, len(expected_map)))
+            expect(arguments, 0, ["block size      %d bytes" % block_size,
+                                  "map blocks      %d (%d bytes)" % (8 * len(expected_map), len(expected_map)),
+                                  "changed blocks  %d" % len(bits), "changed ranges  %s" % text], [],
+                   "filemap", image, older, newer, path, "--block-size", block_size)
+        if changed_files == 0:
+            raise Failure("block %d: no file's map has a changed block; the comparison proves nothing" % block_size)
+
+        # diff --exclude counts exactly the blocks ExcludeFiles leaves.
+        cleared = set(tolvar_ctypes.set_bits(before)) - set(tolvar_ctypes.set_bits(after))
+        if not cleared:
+            raise Failure("block %d: excluding %r cleared no block" % (block_size, EXCLUDED))
+        excludes = [word for path in EXCLUDED for word in ("--exclude", path)]
+        bitmap_out = os.path.join(work, "excluded.bitmap")
+        _, plain, _ = expect(arguments, 0, None, [], "diff", image, older, newer, "--block-size", block_size,
+                             "--json")
+        _, reduced, _ = expect(arguments, 0, None, [], "diff", image, older, newer, "--block-size", block_size,
+                               "--json", "--bitmap-out", bitmap_out, *excludes)
+        plain, reduced = json.loads(plain), json.loads(reduced)
+        with open(bitmap_out, "rb") as handle:
+            written = handle.read()
+        if plain["changed_blocks"] - reduced["changed_blocks"] != len(cleared) or written != after:
+            raise Failure("block %d: diff gave %d changed blocks, with --exclude %d; ExcludeFiles clears %d"
+                          % (block_size, plain["changed_blocks"], reduced["changed_blocks"], len(cleared)))
+
+        # backup --exclude then apply gives what the same backup without
+        # --exclude gives, except that the cleared blocks keep the older
+        # snapshot's bytes; and those blocks did change.
+        increment = prefix + ".excluded.increment"
+        base = prefix + ".base.img"
+        expected_image = prefix + ".expected.img"
+        expect(arguments, 0, None, [], "backup", image, older, newer, increment, "--block-size", block_size)
+        shutil.copyfile(older_image, expected_image)
+        expect(arguments, 0, None, [], "apply", expected_image, increment)
+        expect(arguments, 0, None, [], "backup", image, older, newer, increment, "--block-size", block_size,
+               *excludes)
+        shutil.copyfile(older_image, base)
+        expect(arguments, 0, None, [], "apply", base, increment)
+        restored_differ = 0
+        with open(older_image, "rb") as source, open(expected_image, "r+b") as target:
+            for block in sorted(cleared):
+                source.seek(block * block_size)
+                target.seek(block * block_size)
+                older_bytes = source.read(block_size)
+                restored_differ += 1 if target.read(len(older_bytes)) != older_bytes else 0
+                target.seek(block * block_size)
+                target.write(older_bytes)
+        if digest(base) != digest(expected_image):
+            raise Failure("block %d: backup --exclude then apply differs from the full backup outside the %d "
+                          "excluded blocks" % (block_size, len(cleared)))
+        if restored_differ == 0:
+            raise Failure("block %d: the excluded blocks hold the same bytes in both snapshots" % block_size)
+        for path in (increment, base, expected_image, bitmap_out):
+            os.remove(path)
+        print("block %d: filemap matches the export for %d files; --exclude leaves out %d blocks"
+              % (block_size, len(FILE_PATHS), len(cleared)))
+
+    # A path that is not in the volume: the library's status, exit code 2,
+    # and no increment behind.
+    missing = "/no such file.bin"
+    increment = prefix + ".missing.increment"
+    for words in (["diff", image, older, newer, "--exclude", "/part.bin", "--exclude", missing],
+                  ["backup", image, older, newer, increment, "--exclude", missing],
+                  ["filemap", image, older, newer, missing],
+                  ["filemap", image, older, newer, "/gone.bin"]):
+        _, _, err = expect(arguments, 2, [], None, *words)
+        call = "GetFileChangesMap" if words[0] == "filemap" else "ExcludeFiles"
+        lines = err.splitlines()
+        if not lines or lines[-1] != "tolvar: %s returned %d" % (call, tolvar_ctypes.E_NOT_FOUND) or \
+                any(not line.startswith("tolvar: error ") for line in lines[:-1]):
+            raise Failure("tolvar %s: stderr %r" % (" ".join(words), err))
+    if os.path.exists(increment) or os.path.exists(increment + ".partial"):
+        raise Failure("a backup with a missing path left a file behind")
+    print("missing paths exit 2 with the library's status")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--cli", required=True)
@@ -255,12 +390,15 @@ def main():
     roundtrip.add_argument("--scenario", required=True)
     for name in ("refusals", "failures"):
         commands.add_parser(name).add_argument("--tool", required=True)
+    files = commands.add_parser("files")
+    files.add_argument("--tool", required=True)
+    files.add_argument("--lib", required=True)
     windows = commands.add_parser("windows-list")
     windows.add_argument("--disk", required=True)
     windows.add_argument("--extract", required=True)
     arguments = parser.parse_args()
     checks = {"roundtrip": check_roundtrip, "refusals": check_refusals, "failures": check_failures,
-              "windows-list": check_windows_list}
+              "windows-list": check_windows_list, "files": check_files}
     try:
         checks[arguments.check](arguments)
     except Failure as failure:

@@ -21,6 +21,10 @@ class Library:
         lib.GetDiffBitmap.restype = ctypes.c_int32
         lib.GetBlock.argtypes = [ctypes.c_void_p, ctypes.c_void_p, u64p, u64p, ctypes.c_uint8]
         lib.GetBlock.restype = ctypes.c_int32
+        lib.ExcludeFiles.argtypes = [ctypes.c_void_p, ctypes.POINTER(ctypes.c_void_p), ctypes.c_void_p]
+        lib.ExcludeFiles.restype = ctypes.c_int32
+        lib.GetFileChangesMap.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_void_p, u64p]
+        lib.GetFileChangesMap.restype = ctypes.c_int32
         lib.GetNextError.argtypes = [ctypes.POINTER(ctypes.c_uint32), ctypes.c_void_p, ctypes.c_uint64]
         lib.GetNextError.restype = ctypes.c_int32
         self.lib = lib
@@ -44,6 +48,27 @@ class Library:
         status = self.lib.GetDiffBitmap(handle, buffer, ctypes.byref(size))
         if status != OK:
             raise RuntimeError("GetDiffBitmap returned %d" % status)
+        return buffer.raw[:size.value]
+
+    def exclude(self, handle, paths):
+        """(status, new handle) of ExcludeFiles with paths."""
+        array = (ctypes.c_char_p * (len(paths) + 1))(*[path.encode() for path in paths], None)
+        made = ctypes.c_void_p()
+        status = self.lib.ExcludeFiles(handle, ctypes.byref(made), array)
+        return status, made
+
+    def file_map(self, handle, path):
+        """The change map of path: the size query, then the map."""
+        size = ctypes.c_uint64(0)
+        status = self.lib.GetFileChangesMap(handle, path.encode(), None, ctypes.byref(size))
+        if status != SIZE_RETURNED:
+            raise RuntimeError("GetFileChangesMap size query returned %d" % status)
+        if size.value == 0:
+            return b""
+        buffer = ctypes.create_string_buffer(size.value)
+        status = self.lib.GetFileChangesMap(handle, path.encode(), buffer, ctypes.byref(size))
+        if status != OK:
+            raise RuntimeError("GetFileChangesMap returned %d" % status)
         return buffer.raw[:size.value]
 
     def blocks(self, handle, block_size, compare=False):

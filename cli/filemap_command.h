@@ -1,0 +1,22 @@
+// tolvar filemap: see Usage() in main.cpp and the README.
+#ifndef TOLVAR_CLI_FILEMAP_COMMAND_H_
+#define TOLVAR_CLI_FILEMAP_COMMAND_H_
+
+#include <string>
+#include <vector>
+
+#include "cli/command_line.h"
+
+namespace tolvarcli {
+
+class FilemapCommand {
+ public:
+  // What the subcommand accepts after its name.
+  static CommandLine::Grammar Grammar();
+  // Runs it on parsed arguments; returns the exit code.
+  static int Run(const CommandLine& arguments);
+};
+
+}  // namespace tolvarcli
+
+#endif  // TOLVAR_CLI_FILEMAP_COMMAND_H_
