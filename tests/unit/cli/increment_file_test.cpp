@@ -10,6 +10,7 @@
 
 #include "cli/increment_reader.h"
 #include "cli/increment_writer.h"
+#include "tests/fixtures/unique_temp_path.h"
 
 namespace tolvarcli {
 namespace {
@@ -22,11 +23,7 @@ const char kTo[] = "d1229f1a-31d8-45de-8a72-0d6a3a1f59e8";
 class IncrementFileTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    static std::atomic<int> counter{0};
-    path_ = (std::filesystem::temp_directory_path() /
-             ("tolvar-increment-" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) + "-" +
-              std::to_string(counter++)))
-                .string();
+    path_ = tolvartest::UniqueTempPath("tolvar-increment-");
   }
   void TearDown() override {
     std::error_code ignored;
