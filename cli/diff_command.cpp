@@ -42,12 +42,11 @@ int DiffCommand::Run(const CommandLine& arguments) {
     return kExitUsage;
   }
   TrackingSession session;
-  if (session.Open(volume, from, to, blockSize, arguments.Has("--extra-pass")) != 0) return kExitLibrary;
-  // Excluded files' blocks leave the bitmap; the new handle walks what is left.
-  const std::vector<std::string> excluded = arguments.Values("--exclude");
-  if (!excluded.empty() && session.Exclude(excluded) != 0) return kExitLibrary;
   std::vector<uint8_t> bitmap;
-  if (session.Bitmap(&bitmap) != 0) return kExitLibrary;
+  if (!session.OpenChangedBlocks(volume, from, to, blockSize, arguments.Has("--extra-pass"),
+                                 arguments.Values("--exclude"), &bitmap)) {
+    return kExitLibrary;
+  }
 
   const std::string bitmapOut = arguments.Value("--bitmap-out", "");
   if (!bitmapOut.empty()) {

@@ -58,6 +58,15 @@ int32_t TrackingSession::FileMap(const std::string& path, std::vector<uint8_t>* 
   return status;
 }
 
+bool TrackingSession::OpenChangedBlocks(const std::string& volume, const std::string& from, const std::string& to,
+                                        uint64_t blockSize, bool newestPass,
+                                        const std::vector<std::string>& excluded, std::vector<uint8_t>* bitmap) {
+  if (Open(volume, from, to, blockSize, newestPass) != 0) return false;
+  // Excluded files' blocks leave the bitmap; the new handle walks what is left.
+  if (!excluded.empty() && Exclude(excluded) != 0) return false;
+  return Bitmap(bitmap) == 0;
+}
+
 int32_t TrackingSession::Bitmap(std::vector<uint8_t>* bitmap) {
   uint64_t size = 0;
   int32_t status = GetDiffBitmap(handle_, nullptr, &size);

@@ -29,6 +29,13 @@ class TrackingSession {
   // and returns it.
   int32_t Exclude(const std::vector<std::string>& paths);
 
+  // Open, then Exclude when paths are given, then Bitmap: the changed
+  // blocks that a diff or a backup works on. False after a failure, which
+  // has been printed.
+  bool OpenChangedBlocks(const std::string& volume, const std::string& from, const std::string& to,
+                         uint64_t blockSize, bool newestPass, const std::vector<std::string>& excluded,
+                         std::vector<uint8_t>* bitmap);
+
   // GetFileChangesMap of path: asks for the map's length, then the map.
   // On failure prints the queue and the status and returns it.
   int32_t FileMap(const std::string& path, std::vector<uint8_t>* map);
