@@ -79,10 +79,7 @@ int BackupCommand::Run(const CommandLine& arguments) {
   const std::string& to = arguments.Positional(2);
   const std::string& out = arguments.Positional(3);
   uint64_t blockSize = 0;
-  if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) {
-    std::fprintf(stderr, "tolvar: --block-size takes a number of bytes (or KiB with K)\n");
-    return kExitUsage;
-  }
+  if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
   TrackingSession session;
   std::vector<uint8_t> bitmap;
   if (!session.OpenChangedBlocks(volume, from, to, blockSize, arguments.Has("--extra-pass"),

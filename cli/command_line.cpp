@@ -1,5 +1,7 @@
 #include "cli/command_line.h"
 
+#include <cstdio>
+
 #include <cctype>
 
 namespace tolvarcli {
@@ -50,7 +52,7 @@ std::vector<std::string> CommandLine::Values(const std::string& option) const {
   return it == values_.end() ? std::vector<std::string>() : it->second;
 }
 
-bool CommandLine::BlockSize(uint64_t fallback, uint64_t* out) const {
+bool CommandLine::ParseBlockSize(uint64_t fallback, uint64_t* out) const {
   auto it = values_.find("--block-size");
   if (it == values_.end()) {
     *out = fallback;
@@ -71,6 +73,12 @@ bool CommandLine::BlockSize(uint64_t fallback, uint64_t* out) const {
   if (i != text.size()) return false;
   *out = value;
   return true;
+}
+
+bool CommandLine::BlockSize(uint64_t fallback, uint64_t* out) const {
+  if (ParseBlockSize(fallback, out)) return true;
+  std::fprintf(stderr, "tolvar: --block-size takes a number of bytes (or KiB with K)\n");
+  return false;
 }
 
 }  // namespace tolvarcli

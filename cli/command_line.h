@@ -35,10 +35,13 @@ class CommandLine {
   std::vector<std::string> Values(const std::string& option) const;
 
   // The block size given with --block-size (decimal bytes, or with a K
-  // suffix for KiB), or fallback. False when the text is not a number.
+  // suffix for KiB), or fallback. False, after saying so on stderr, when
+  // the text is not a number.
   bool BlockSize(uint64_t fallback, uint64_t* out) const;
 
  private:
+  bool ParseBlockSize(uint64_t fallback, uint64_t* out) const;
+
   std::vector<std::string> positionals_;       // in order
   std::set<std::string> flags_;                // flags given
   std::map<std::string, std::vector<std::string>> values_;  // each option's values, in order

@@ -37,10 +37,7 @@ int DiffCommand::Run(const CommandLine& arguments) {
   const std::string& from = arguments.Positional(1);
   const std::string& to = arguments.Positional(2);
   uint64_t blockSize = 0;
-  if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) {
-    std::fprintf(stderr, "tolvar: --block-size takes a number of bytes (or KiB with K)\n");
-    return kExitUsage;
-  }
+  if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
   TrackingSession session;
   std::vector<uint8_t> bitmap;
   if (!session.OpenChangedBlocks(volume, from, to, blockSize, arguments.Has("--extra-pass"),

@@ -27,10 +27,7 @@ int FilemapCommand::Run(const CommandLine& arguments) {
   const std::string& to = arguments.Positional(2);
   const std::string& path = arguments.Positional(3);
   uint64_t blockSize = 0;
-  if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) {
-    std::fprintf(stderr, "tolvar: --block-size takes a number of bytes (or KiB with K)\n");
-    return kExitUsage;
-  }
+  if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
   TrackingSession session;
   if (session.Open(volume, from, to, blockSize, false) != 0) return kExitLibrary;
   std::vector<uint8_t> map;
