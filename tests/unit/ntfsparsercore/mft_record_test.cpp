@@ -356,4 +356,46 @@ TEST_F(AttributeListTest, ListEntryWithoutAMatchingIdAddsNothing) {
   EXPECT_EQ(Ids(attributes), (std::vector<uint16_t>{4}));
 }
 
+// A data attribute whose mapping pairs are cut by the record's allocated
+// size after the first run: the terminating 0 lies past the record.
+class CutMappingPairsTest : public MftRecordTest {
+ protected:
+  static constexpr uint64_t kDataCluster = 100;
+
+  void SetUp() override {
+    MftRecordTest::SetUp();
+    const Bytes name = tolvartest::FileNameAttribute(1, NtfsImageBuilder::kRootRecord, "cut.bin");
+    FileRecordFields f;
+    f.attributes = {name, tolvartest::NonResidentAttribute(0x80, 2, 0, 0, 4096, {{1, kDataCluster, 1, 1}})};
+    // The first pair takes 3 bytes; the record ends where the next header would be.
+    cutAt_ = f.firstAttributeOffset + name.size() + kMappingPairsOffset + 3;
+    f.allocatedSize = static_cast<uint32_t>(cutAt_);
+    builder_.SetRecord(30, FileRecordBytes(f));
+    builder_.PutCluster(kDataCluster, tolvartest::PatternBytes(4096));
+  }
+
+  static constexpr std::size_t kMappingPairsOffset = 0x48;  // of an unnamed non-resident attribute
+  std::size_t cutAt_ = 0;
+};
+
+TEST_F(CutMappingPairsTest, EveryReadAndExtentListingReportsTheReadPastTheRecordAgain) {
+  auto volume = Open();
+  auto data = volume->GetMftTable()->GetRecord(30, true)->GetAttributes(0x80);
+  ASSERT_EQ(data.size(), 1u);
+  DrainErrors();
+  auto reader = data[0]->CreateReader();
+  Bytes first(4096);
+  EXPECT_EQ(reader->Read(first.data(), 4096, 0), 4096u);
+  EXPECT_EQ(first, tolvartest::PatternBytes(4096));
+  Bytes second(100);
+  EXPECT_EQ(reader->Read(second.data(), 100, 50), 100u);
+  EXPECT_EQ(second, Bytes(first.begin() + 50, first.begin() + 150));
+  auto extents = reader->GetExtents();
+  ASSERT_EQ(extents.size(), 1u);
+  EXPECT_EQ(extents[0].volumeOffset, kDataCluster * 4096);
+  const std::string message =
+      "MftRecord::Read after(" + std::to_string(cutAt_) + ") size(" + std::to_string(cutAt_) + ")";
+  EXPECT_EQ(DrainErrors(), std::vector<ErrorRecord>(3, Record(2, message)));
+}
+
 }  // namespace
