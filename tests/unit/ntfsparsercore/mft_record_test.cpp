@@ -301,6 +301,30 @@ TEST_F(MftRecordTest, AttributeWalkEndsOnARecordLengthOfZero) {
   EXPECT_EQ(volume->GetMftTable()->GetRecord(30, true)->GetAttributes().size(), 1u);
 }
 
+TEST_F(MftRecordTest, LongAttributeWalkEndsWhereALengthWrapsBackToAPositionMet) {
+  // 39 empty attributes of 24 bytes each; the last one's length takes the
+  // 16-bit position round to the first attribute again.
+  FileRecordFields record;
+  const std::size_t count = 39;
+  for (std::size_t i = 0; i < count; ++i) {
+    AttributeFields f;
+    f.type = 0x10;
+    f.id = static_cast<uint16_t>(i);
+    record.attributes.push_back(tolvartest::AttributeBytes(f));
+  }
+  const uint32_t lastPosition = record.firstAttributeOffset + 24 * (count - 1);
+  tolvartest::PutLe32(&record.attributes.back(), 4, 0x10000 - (lastPosition - record.firstAttributeOffset));
+  builder_.SetRecord(30, FileRecordBytes(record));
+  auto volume = Open();
+  auto attributes = volume->GetMftTable()->GetRecord(30, true)->GetAttributes();
+  ASSERT_EQ(attributes.size(), count);
+  std::vector<uint16_t> ids(count);
+  for (std::size_t i = 0; i < count; ++i) ids[i] = static_cast<uint16_t>(i);
+  EXPECT_EQ(Ids(attributes), ids);
+  // No end marker is met, so nothing is reported.
+  EXPECT_TRUE(DrainErrors().empty());
+}
+
 }  // namespace
 
 namespace {
