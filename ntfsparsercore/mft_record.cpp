@@ -1,5 +1,6 @@
 #include "ntfsparsercore/mft_record.h"
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <tuple>
@@ -15,6 +16,36 @@ namespace {
 
 // Positions inside a record are 16-bit: the attribute walk wraps at this.
 constexpr std::size_t kPositionCount = 65536;
+// Positions an attribute walk keeps in a list before it moves them into a
+// bitmap: more than a sound 1,024- or 4,096-byte record holds attributes.
+constexpr std::size_t kShortWalk = 64;
+
+// The positions an attribute walk has met. A short walk keeps them in a
+// small list; a longer one (damaged records only) in a bitmap of every
+// 16-bit position, so that each step costs the same however long it runs.
+struct MetPositions {
+  uint16_t list[kShortWalk];         // the positions met, while there are few
+  std::size_t listed = 0;            // entries of list in use
+  std::unique_ptr<std::vector<bool>> all;  // every position met, once the list is full
+
+  // Records position; false when it was met before.
+  bool FirstVisit(uint16_t position) {
+    if (all) {
+      if ((*all)[position]) return false;
+      (*all)[position] = true;
+      return true;
+    }
+    if (std::find(list, list + listed, position) != list + listed) return false;
+    if (listed < kShortWalk) {
+      list[listed++] = position;
+      return true;
+    }
+    all.reset(new std::vector<bool>(kPositionCount, false));
+    for (std::size_t i = 0; i < listed; ++i) (*all)[list[i]] = true;
+    (*all)[position] = true;
+    return true;
+  }
+};
 
 // Key of one attribute gathered through an attribute list: extents with the
 // same id, name and type belong together. Ordered by id, then name
@@ -139,10 +170,9 @@ MftRecord::RecordList MftRecord::WalkOwnRecords() {
   // The walk is a function of the 16-bit position alone: a position met a
   // second time (a length of 0, or lengths that wrap round) would repeat
   // the same records forever, so the walk ends there.
-  std::vector<bool> visited(kPositionCount, false);
+  MetPositions met;
   uint16_t position = firstAttributeOffset_;
-  while (!visited[position]) {
-    visited[position] = true;
+  while (met.FirstVisit(position)) {
     auto attribute = std::make_shared<AttributeRecord>(self, position);
     position = static_cast<uint16_t>(position + attribute->GetRecordLength());
     if (attribute->GetType() > AttributeRecord::kMaxType) break;
