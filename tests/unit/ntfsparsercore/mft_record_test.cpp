@@ -288,6 +288,31 @@ TEST_F(AttributeListTest, EqualIdsAreOrderedByNameBeforeType) {
   EXPECT_EQ(attributes[1]->GetName(), "a");
 }
 
+TEST_F(MftRecordTest, AttributesOfOneTypeComeInAttributeIdOrderWithEqualIdsInRecordOrder) {
+  AttributeFields index;
+  index.type = 0x90;
+  index.id = 1;
+  index.name = "$I30";
+  index.value = Bytes(8, 0);
+  builder_.AddFile(30, "types", {tolvartest::ResidentData(9, Bytes{1}, "z"), tolvartest::AttributeBytes(index),
+                                 tolvartest::ResidentData(4, Bytes{2}, "y"), tolvartest::ResidentData(4, Bytes{3}, "x"),
+                                 tolvartest::ResidentData(2, Bytes{4}, "w")});
+  auto volume = Open();
+  auto record = volume->GetMftTable()->GetRecord(30, true);
+  auto data = record->GetAttributes(0x80);
+  EXPECT_EQ(Ids(data), (std::vector<uint16_t>{2, 4, 4, 9}));
+  ASSERT_EQ(data.size(), 4u);
+  EXPECT_EQ(data[0]->GetName(), "w");
+  EXPECT_EQ(data[1]->GetName(), "y");
+  EXPECT_EQ(data[2]->GetName(), "x");
+  EXPECT_EQ(data[3]->GetName(), "z");
+  EXPECT_EQ(Ids(record->GetAttributes(0x90)), (std::vector<uint16_t>{1}));
+  EXPECT_EQ(Ids(record->GetAttributes(0x30)), (std::vector<uint16_t>{0}));
+  EXPECT_TRUE(record->GetAttributes(0x40).empty());
+  // Each call walks the record once and meets its end marker once.
+  EXPECT_EQ(DrainErrors(), EndMarkers(4));
+}
+
 TEST_F(MftRecordTest, AttributeWalkEndsOnARecordLengthOfZero) {
   AttributeFields f;
   f.type = 0x10;
