@@ -98,26 +98,12 @@ void DropDuplicateExtents(MftRecord::RecordList* extents) {
   extents->swap(kept);
 }
 
-// Stable merge sort of attributes by attribute id.
+// Sorts attributes by attribute id; equal ids keep their order.
 void SortById(MftRecord::AttributeList* attributes) {
-  if (attributes->size() < 2) return;
-  const auto middle = attributes->begin() + static_cast<std::ptrdiff_t>(attributes->size() / 2);
-  MftRecord::AttributeList left(attributes->begin(), middle);
-  MftRecord::AttributeList right(middle, attributes->end());
-  SortById(&left);
-  SortById(&right);
-  std::size_t l = 0;
-  std::size_t r = 0;
-  std::size_t out = 0;
-  while (l < left.size() && r < right.size()) {
-    if (right[r]->GetAttributeId() < left[l]->GetAttributeId()) {
-      (*attributes)[out++] = right[r++];
-    } else {
-      (*attributes)[out++] = left[l++];
-    }
-  }
-  while (l < left.size()) (*attributes)[out++] = left[l++];
-  while (r < right.size()) (*attributes)[out++] = right[r++];
+  std::stable_sort(attributes->begin(), attributes->end(),
+                   [](const std::shared_ptr<Attribute>& a, const std::shared_ptr<Attribute>& b) {
+                     return a->GetAttributeId() < b->GetAttributeId();
+                   });
 }
 
 }  // namespace
@@ -208,19 +194,32 @@ MftRecord::AttributeList MftRecord::GetAttributes() {
   for (const auto& record : own) {
     if (record->GetType() == kAttributeListType) return GatherListedAttributes(record);
   }
-  AttributeList attributes;
-  for (const auto& record : own) attributes.push_back(std::make_shared<Attribute>(readersFactory_, RecordList{record}));
-  SortById(&attributes);
-  return attributes;
+  return OwnAttributes(own, nullptr);
 }
 
 MftRecord::AttributeList MftRecord::GetAttributes(uint32_t type) {
-  AttributeList all = GetAttributes();
-  AttributeList kept;
-  for (auto& attribute : all) {
-    if (attribute->GetType() == type) kept.push_back(std::move(attribute));
+  const RecordList own = WalkOwnRecords();
+  for (const auto& record : own) {
+    if (record->GetType() != kAttributeListType) continue;
+    AttributeList kept;
+    for (auto& attribute : GatherListedAttributes(record)) {
+      if (attribute->GetType() == type) kept.push_back(std::move(attribute));
+    }
+    return kept;
   }
-  return kept;
+  return OwnAttributes(own, &type);
+}
+
+MftRecord::AttributeList MftRecord::OwnAttributes(const RecordList& own, const uint32_t* type) {
+  // Sorting by id keeps the order among the attributes of one type, so
+  // those of other types can be left out before they are made.
+  AttributeList attributes;
+  for (const auto& record : own) {
+    if (type && record->GetType() != *type) continue;
+    attributes.push_back(std::make_shared<Attribute>(readersFactory_, RecordList{record}));
+  }
+  SortById(&attributes);
+  return attributes;
 }
 
 }  // namespace ntfsparsercore
