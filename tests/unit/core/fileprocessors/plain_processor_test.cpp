@@ -47,6 +47,19 @@ TEST(PlainProcessor, NoChangedBlocksUnderTheExtentsMarkNothing) {
   EXPECT_TRUE(MarkedBlocks(file, changed).empty());
 }
 
+TEST(PlainProcessor, OnlyTheVolumeBlocksUnderAPieceCount) {
+  // File blocks 0..2 lie on volume blocks 5..7 (the last one 100 bytes);
+  // block 4 just before them and blocks 8 and 1,000 after them changed.
+  auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{2 * kBlock + 100, 5 * kBlock, 2 * kBlock + 100}});
+  BitMap changed(128);
+  changed.Set(4);
+  changed.Set(8);
+  changed.Set(1000);
+  EXPECT_TRUE(MarkedBlocks(file, changed).empty());
+  changed.Set(7);
+  EXPECT_EQ(MarkedBlocks(file, changed), (std::vector<uint64_t>{2}));
+}
+
 TEST(PlainProcessor, AnUnalignedPieceTouchesEveryVolumeBlockItSpans) {
   // One block of the file at volume offset 2,048 spans volume blocks 0 and 1.
   auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{kBlock, 2048, kBlock}});
