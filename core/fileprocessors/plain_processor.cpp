@@ -35,7 +35,9 @@ bool PlainProcessor::Touches(const BitMap& changedBitmap, uint64_t volumeOffset,
   const uint64_t firstBlock = volumeOffset / blockSize_;
   const uint64_t endBlock = std::min(end / blockSize_ + (end % blockSize_ != 0 ? 1 : 0), changedBitmap.BitCount());
   if (firstBlock >= endBlock) return false;
-  return changedBitmap.NextSet(firstBlock) < endBlock;
+  // Only the piece's own blocks are looked at: a search for the next set
+  // bit would run on to the end of a mostly clear bitmap for every block.
+  return changedBitmap.AnySet(firstBlock, endBlock - firstBlock);
 }
 
 void PlainProcessor::WalkPiece(const BitMap& changedBitmap, uint64_t volumeOffset, uint64_t length) {
