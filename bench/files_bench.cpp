@@ -44,7 +44,8 @@ using tolvarbench::MetadataPiece;
 using tolvarbench::PeakMemory;
 
 constexpr uint64_t kBlockSize = 4096;
-constexpr uint64_t kChangedEvery = 4;  // every fourth volume block counts as changed
+constexpr uint64_t kChangedEvery = 4;  // every fourth volume block counts as changed ...
+constexpr uint64_t kNearlyNothingChanged = UINT64_MAX;  // ... or only block 0
 constexpr uint64_t kGiB = uint64_t{1} << 30;
 constexpr uint64_t kMiB = uint64_t{1} << 20;
 
@@ -75,9 +76,9 @@ void Fail(benchmark::State& state, const std::string& what) {
 }
 
 // A handle whose NTFS views are open; views_bytes tells what opening them held.
-std::unique_ptr<BenchHandle> OpenHandle(benchmark::State& state) {
+std::unique_ptr<BenchHandle> OpenHandle(benchmark::State& state, uint64_t changedEvery = kChangedEvery) {
   const std::size_t before = PeakMemory::Held();
-  auto handle = std::make_unique<BenchHandle>(g_volume->Path(), g_volume->Size(), kBlockSize, kChangedEvery);
+  auto handle = std::make_unique<BenchHandle>(g_volume->Path(), g_volume->Size(), kBlockSize, changedEvery);
   handle->Get()->OpenNtfsViews();
   state.counters["views_bytes"] = static_cast<double>(PeakMemory::Held() - before);
   return handle;
@@ -147,8 +148,8 @@ void ExcludeFilesBaseline(benchmark::State& state, uint64_t extents) {
   state.counters["extents"] = static_cast<double>(extents);
 }
 
-void ChangesMapBench(benchmark::State& state, const BenchTarget& target) {
-  auto handle = OpenHandle(state);
+void ChangesMapBench(benchmark::State& state, const BenchTarget& target, uint64_t changedEvery) {
+  auto handle = OpenHandle(state, changedEvery);
   uint64_t size = 0;
   if (GetFileChangesMap(handle->Get(), target.path.c_str(), nullptr, &size) != TOLVAR_SIZE_RETURNED) {
     return Fail(state, "size query failed");
@@ -168,8 +169,8 @@ void ChangesMapBench(benchmark::State& state, const BenchTarget& target) {
 
 // The least work a change map needs: for each block of the file, one test of
 // the changed bitmap and one bit set, walking the extents.
-void ChangesMapProjection(benchmark::State& state, const BenchTarget& target) {
-  auto handle = OpenHandle(state);
+void ChangesMapProjection(benchmark::State& state, const BenchTarget& target, uint64_t changedEvery) {
+  auto handle = OpenHandle(state, changedEvery);
   const tolvarcore::BitMap& changed = *handle->Changed();
   uint64_t fileBytes = 0;
   for (const MetadataPiece& e : target.extents) fileBytes += e.size;
@@ -205,16 +206,21 @@ void Register(const BenchLayout& layout) {
   const std::string large = "/large:" + std::to_string(layout.largeFileSize / kMiB) + "MiB," +
                             std::to_string(layout.largeFileFragments) + "fragments";
   const BenchTarget& target = g_volume->LargeTarget();
-  benchmark::RegisterBenchmark(("GetFileChangesMap" + large).c_str(), ChangesMapBench, target)
-      ->Unit(benchmark::kMillisecond);
+  for (const auto& density : {std::make_pair(std::string(",quarter-changed"), kChangedEvery),
+                               std::make_pair(std::string(",block0-changed"), kNearlyNothingChanged)}) {
+    benchmark::RegisterBenchmark(("GetFileChangesMap" + large + density.first).c_str(), ChangesMapBench, target,
+                                 density.second)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("GetFileChangesMap_ProjectionBaseline" + large + density.first).c_str(),
+                                 ChangesMapProjection, target, density.second)
+        ->Unit(benchmark::kMillisecond);
+  }
   benchmark::RegisterBenchmark(("GetFileChangesMap_PreadBaseline" + large).c_str(), PreadBaseline, target, 2)
-      ->Unit(benchmark::kMillisecond);
-  benchmark::RegisterBenchmark(("GetFileChangesMap_ProjectionBaseline" + large).c_str(), ChangesMapProjection, target)
       ->Unit(benchmark::kMillisecond);
   for (uint64_t e : layout.extentCounts) {
     const BenchTarget& fragmented = g_volume->FragmentedTarget(e);
     const std::string name = "/extents:" + std::to_string(e);
-    benchmark::RegisterBenchmark(("GetFileChangesMap" + name).c_str(), ChangesMapBench, fragmented)
+    benchmark::RegisterBenchmark(("GetFileChangesMap" + name).c_str(), ChangesMapBench, fragmented, kChangedEvery)
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark(("GetFileChangesMap_PreadBaseline" + name).c_str(), PreadBaseline, fragmented, 2)
         ->Unit(benchmark::kMillisecond);

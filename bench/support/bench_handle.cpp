@@ -28,7 +28,8 @@ std::shared_ptr<ntfsparsercore::io::ISource> OpenDevice(const std::string& path)
 BenchHandle::BenchHandle(const std::string& path, uint64_t volumeSize, uint64_t blockSize, uint64_t changedEvery) {
   const uint64_t blocks = volumeSize / blockSize;
   changed_ = std::make_shared<tolvarcore::BitMap>((blocks + 7) / 8);
-  for (uint64_t b = 0; b < blocks; b += changedEvery) changed_->Set(b);
+  // Past the last block the step ends the loop rather than wrapping round.
+  for (uint64_t b = 0; b < blocks; b = changedEvery > blocks - b ? blocks : b + changedEvery) changed_->Set(b);
   auto processor = std::make_unique<GivenResultProcessor>(blockSize, 0);
   processor->SetResult(changed_, std::make_shared<tolvarcore::BitMap>(changed_->SizeInBytes()), OpenDevice(path),
                        OpenDevice(path));
