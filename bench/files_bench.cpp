@@ -28,6 +28,7 @@
 #include <string>
 #include <vector>
 
+#include "api/error_queue.h"
 #include "bench/support/bench_handle.h"
 #include "bench/support/bench_volume.h"
 #include "bench/support/peak_memory.h"
@@ -124,6 +125,31 @@ void FindFileBench(benchmark::State& state, uint64_t entries) {
   state.counters["peak_bytes"] = static_cast<double>(peak.PeakAboveStart());
 }
 
+// The same lookup with the error queue in place, as after Init with the
+// error-queue option: every record walk leaves its end-marker message, and
+// the caller drains the queue after each lookup.
+void FindFileWithQueueBench(benchmark::State& state, uint64_t entries) {
+  const BenchTarget& target = g_volume->DirectoryTarget(entries);
+  auto handle = OpenHandle(state);
+  const auto& volume = handle->Get()->newerVolume;
+  CreateErrorQueue();
+  ErrorRecord record;
+  while (PopError(&record)) {
+  }
+  uint64_t messages = 0;
+  PeakMemory peak;
+  for (auto _ : state) {
+    std::unique_ptr<ntfsparsercore::io::NtfsFile> file(ntfsparsercore::FindFile(volume, target.path));
+    if (!file) return Fail(state, "not found: " + target.path);
+    messages = 0;
+    while (PopError(&record)) ++messages;
+  }
+  DestroyErrorQueue();
+  state.counters["entries"] = static_cast<double>(entries);
+  state.counters["messages"] = static_cast<double>(messages);
+  state.counters["peak_bytes"] = static_cast<double>(peak.PeakAboveStart());
+}
+
 void FindFileBaseline(benchmark::State& state, uint64_t entries) {
   PreadBaseline(state, g_volume->DirectoryTarget(entries), 1);
   state.counters["entries"] = static_cast<double>(entries);
@@ -194,6 +220,9 @@ void Register(const BenchLayout& layout) {
     benchmark::RegisterBenchmark(("FindFile/entries:" + std::to_string(n)).c_str(), FindFileBench, n)
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark(("FindFile_PreadBaseline/entries:" + std::to_string(n)).c_str(), FindFileBaseline, n)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("FindFile_WithErrorQueue/entries:" + std::to_string(n)).c_str(),
+                                 FindFileWithQueueBench, n)
         ->Unit(benchmark::kMillisecond);
   }
   for (uint64_t e : layout.extentCounts) {
