@@ -68,6 +68,27 @@ TEST(PlainProcessor, AnUnalignedPieceTouchesEveryVolumeBlockItSpans) {
   EXPECT_EQ(MarkedBlocks(file, changed), (std::vector<uint64_t>{0}));
 }
 
+TEST(PlainProcessor, EachBlockOfAnUnalignedExtentTouchesTheTwoVolumeBlocksItSpans) {
+  // File blocks 0, 1 and 2 at volume offset 2,048 span volume blocks 0-1,
+  // 1-2 and 2-3; only volume block 2 changed.
+  auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{3 * kBlock, 2048, 3 * kBlock}});
+  BitMap changed(1);
+  changed.Set(2);
+  EXPECT_EQ(MarkedBlocks(file, changed), (std::vector<uint64_t>{1, 2}));
+  BitMap last(1);
+  last.Set(3);
+  EXPECT_EQ(MarkedBlocks(file, last), (std::vector<uint64_t>{2}));
+}
+
+TEST(PlainProcessor, AnExtentReachingTheTopOfTheOffsetRangeIsTestedUpToTheBitmapEnd) {
+  // The extent's end would pass 2^64; nothing past the bitmap is changed.
+  const uint64_t top = ~uint64_t{0};
+  auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{3 * kBlock, top - kBlock, 3 * kBlock}});
+  BitMap changed(4);
+  changed.Set(31);
+  EXPECT_TRUE(MarkedBlocks(file, changed).empty());
+}
+
 TEST(PlainProcessor, AnExtentEndingInsideABlockCarriesThePositionIntoTheNext) {
   // 6,144 bytes at volume block 2, then 6,144 bytes at volume block 8: the
   // second extent's first 2,048 bytes finish file block 1, on volume block 8.
