@@ -57,6 +57,20 @@ void PlainProcessor::WalkPiece(const BitMap& changedBitmap, uint64_t volumeOffse
     volumeOffset += step;
     length -= step;
   }
+  if (length <= std::numeric_limits<uint64_t>::max() - volumeOffset) {
+    // While no sum wraps past 64 bits, the touch test of a whole block is a
+    // test of the volume block it starts in and, when it starts inside one,
+    // of the next.
+    const bool straddles = volumeOffset % blockSize_ != 0;
+    uint64_t volumeBlock = volumeOffset / blockSize_;
+    while (length >= blockSize_) {
+      if (changedBitmap.Test(volumeBlock) || (straddles && changedBitmap.Test(volumeBlock + 1))) MarkCurrent();
+      position_ += blockSize_;
+      volumeOffset += blockSize_;
+      length -= blockSize_;
+      ++volumeBlock;
+    }
+  }
   while (length >= blockSize_) {
     if (Touches(changedBitmap, volumeOffset, blockSize_)) MarkCurrent();
     position_ += blockSize_;
