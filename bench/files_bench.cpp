@@ -1,14 +1,21 @@
 // The file services on large inputs, each against a baseline timed in the
 // same run:
-// - FindFile of the last entry of a directory of N files, against plain
-//   pread calls of what that lookup must read: the records on the path, every
-//   index block of the directory once, and every child record once;
+// - FindFile (the lookup both file exports start with) of the last entry
+//   of a directory of N files, against plain pread calls of what that
+//   lookup must read: the records on the path, every index block of the
+//   directory once, and every child record once; also with the error queue
+//   in place;
 // - ExcludeFiles (the export) on a file of N one-cluster extents, against
 //   preads of the file's metadata: the records on the path, the attribute
-//   list and every extension record;
+//   list and every extension record; and against the bare clearing of the
+//   blocks under the extents;
 // - GetFileChangesMap (the export) on a 10 GiB file of 10,000 fragments,
 //   against preads of the same metadata for both shadow copies, and against
-//   the bare projection: one bit test per file block over the extents.
+//   the bare projection: one bit test per file block over the extents; with
+//   every fourth volume block changed and with only block 0 changed; and on
+//   the files of N extents.
+// Both shadow copies are the same image (see BenchHandle), so the older
+// version of each file has the same extents as the newer one.
 // Peak memory is counted through operator new: peak_bytes is the most an
 // operation held above what was held before it, views_bytes what the
 // handle's NTFS views held after their first use.
@@ -174,6 +181,23 @@ void ExcludeFilesBaseline(benchmark::State& state, uint64_t extents) {
   state.counters["extents"] = static_cast<double>(extents);
 }
 
+// The least in-memory work of an exclusion: clearing the blocks under each
+// of the file's extents, given the extents.
+void ExcludeFilesClearBaseline(benchmark::State& state, uint64_t extents) {
+  const BenchTarget& target = g_volume->FragmentedTarget(extents);
+  auto handle = OpenHandle(state);
+  tolvarcore::BitMap& changed = *handle->Changed();
+  PeakMemory peak;
+  for (auto _ : state) {
+    for (const MetadataPiece& e : target.extents) {
+      for (uint64_t b = e.offset / kBlockSize; b < (e.offset + e.size) / kBlockSize; ++b) changed.Clear(b);
+    }
+    benchmark::DoNotOptimize(changed.Data());
+  }
+  state.counters["extents"] = static_cast<double>(extents);
+  state.counters["peak_bytes"] = static_cast<double>(peak.PeakAboveStart());
+}
+
 void ChangesMapBench(benchmark::State& state, const BenchTarget& target, uint64_t changedEvery) {
   auto handle = OpenHandle(state, changedEvery);
   uint64_t size = 0;
@@ -230,6 +254,9 @@ void Register(const BenchLayout& layout) {
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark(("ExcludeFiles_PreadBaseline/extents:" + std::to_string(e)).c_str(),
                                  ExcludeFilesBaseline, e)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("ExcludeFiles_ClearBaseline/extents:" + std::to_string(e)).c_str(),
+                                 ExcludeFilesClearBaseline, e)
         ->Unit(benchmark::kMillisecond);
   }
   const std::string large = "/large:" + std::to_string(layout.largeFileSize / kMiB) + "MiB," +
