@@ -63,6 +63,7 @@ BenchLayout FullLayout() {
   layout.extentCounts = {1000, 10000, 100000};
   layout.largeFileSize = 10 * kGiB;
   layout.largeFileFragments = 10000;
+  layout.storeChangedBlocks = 10000;
   return layout;
 }
 
@@ -72,6 +73,7 @@ BenchLayout TinyLayout() {
   layout.extentCounts = {100, 1000};
   layout.largeFileSize = 64 * kMiB;
   layout.largeFileFragments = 64;
+  layout.storeChangedBlocks = 16;
   return layout;
 }
 
@@ -88,6 +90,29 @@ std::unique_ptr<BenchHandle> OpenHandle(benchmark::State& state, uint64_t change
   const std::size_t before = PeakMemory::Held();
   auto handle = std::make_unique<BenchHandle>(g_volume->Path(), g_volume->Size(), kBlockSize, changedEvery);
   handle->Get()->OpenNtfsViews();
+  state.counters["views_bytes"] = static_cast<double>(PeakMemory::Held() - before);
+  return handle;
+}
+
+// A handle made by Init from the image's store (older shadow copy 1, newer
+// 2): the shadow copies are rebuilt from the store, as on POSIX always.
+// Null, after marking the benchmark failed, when Init fails.
+TolvarHandle InitHandle(benchmark::State& state) {
+  TolvarHandle handle = nullptr;
+  if (Init(&handle, g_volume->Path().c_str(), BenchVolume::ShadowCopyId(1).c_str(),
+           BenchVolume::ShadowCopyId(2).c_str(), kBlockSize, 0) != TOLVAR_OK) {
+    Fail(state, "Init failed");
+    return nullptr;
+  }
+  uint64_t size = 0;
+  GetDiffBitmap(handle, nullptr, &size);
+  std::vector<unsigned char> bits(size);
+  GetDiffBitmap(handle, bits.data(), &size);
+  uint64_t changed = 0;
+  for (unsigned char byte : bits) changed += static_cast<uint64_t>(__builtin_popcount(byte));
+  state.counters["changed_blocks"] = static_cast<double>(changed);
+  const std::size_t before = PeakMemory::Held();
+  static_cast<TrackingHandle*>(handle)->OpenNtfsViews();
   state.counters["views_bytes"] = static_cast<double>(PeakMemory::Held() - before);
   return handle;
 }
@@ -198,6 +223,69 @@ void ExcludeFilesClearBaseline(benchmark::State& state, uint64_t extents) {
   state.counters["peak_bytes"] = static_cast<double>(peak.PeakAboveStart());
 }
 
+void FindFileThroughInitBench(benchmark::State& state, uint64_t entries) {
+  const BenchTarget& target = g_volume->DirectoryTarget(entries);
+  TolvarHandle handle = InitHandle(state);
+  if (!handle) return;
+  const auto& volume = static_cast<TrackingHandle*>(handle)->newerVolume;
+  PeakMemory peak;
+  for (auto _ : state) {
+    std::unique_ptr<ntfsparsercore::io::NtfsFile> file(ntfsparsercore::FindFile(volume, target.path));
+    if (!file) {
+      FreeHandle(handle);
+      return Fail(state, "not found: " + target.path);
+    }
+  }
+  FreeHandle(handle);
+  state.counters["entries"] = static_cast<double>(entries);
+  state.counters["peak_bytes"] = static_cast<double>(peak.PeakAboveStart());
+}
+
+void ExcludeFilesThroughInitBench(benchmark::State& state, uint64_t extents) {
+  const BenchTarget& target = g_volume->FragmentedTarget(extents);
+  TolvarHandle handle = InitHandle(state);
+  if (!handle) return;
+  const char* paths[] = {target.path.c_str(), nullptr};
+  PeakMemory peak;
+  for (auto _ : state) {
+    TolvarHandle made = nullptr;
+    if (ExcludeFiles(handle, &made, paths) != TOLVAR_OK) {
+      FreeHandle(handle);
+      return Fail(state, "ExcludeFiles failed");
+    }
+    FreeHandle(made);
+  }
+  FreeHandle(handle);
+  state.counters["extents"] = static_cast<double>(extents);
+  state.counters["peak_bytes"] = static_cast<double>(peak.PeakAboveStart());
+}
+
+void ChangesMapThroughInitBench(benchmark::State& state, const BenchTarget& target) {
+  TolvarHandle handle = InitHandle(state);
+  if (!handle) return;
+  uint64_t size = 0;
+  if (GetFileChangesMap(handle, target.path.c_str(), nullptr, &size) != TOLVAR_SIZE_RETURNED) {
+    FreeHandle(handle);
+    return Fail(state, "size query failed");
+  }
+  std::vector<unsigned char> map(size);
+  PeakMemory peak;
+  for (auto _ : state) {
+    uint64_t room = map.size();
+    if (GetFileChangesMap(handle, target.path.c_str(), map.data(), &room) != TOLVAR_OK) {
+      FreeHandle(handle);
+      return Fail(state, "GetFileChangesMap failed");
+    }
+    benchmark::DoNotOptimize(map.data());
+  }
+  uint64_t marked = 0;
+  for (unsigned char byte : map) marked += static_cast<uint64_t>(__builtin_popcount(byte));
+  FreeHandle(handle);
+  state.counters["map_bytes"] = static_cast<double>(size);
+  state.counters["blocks_marked"] = static_cast<double>(marked);
+  state.counters["peak_bytes"] = static_cast<double>(peak.PeakAboveStart());
+}
+
 void ChangesMapBench(benchmark::State& state, const BenchTarget& target, uint64_t changedEvery) {
   auto handle = OpenHandle(state, changedEvery);
   uint64_t size = 0;
@@ -237,6 +325,23 @@ void ChangesMapProjection(benchmark::State& state, const BenchTarget& target, ui
     benchmark::DoNotOptimize(map.data());
   }
   state.counters["peak_bytes"] = static_cast<double>(peak.PeakAboveStart());
+}
+
+// The same operations on a handle made by Init from the image's store.
+void RegisterThroughInit(const BenchLayout& layout) {
+  const uint64_t entries = layout.directorySizes.back();
+  const uint64_t extents = layout.extentCounts.back();
+  benchmark::RegisterBenchmark(("FindFile_ThroughInit/entries:" + std::to_string(entries)).c_str(),
+                               FindFileThroughInitBench, entries)
+      ->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark(("ExcludeFiles_ThroughInit/extents:" + std::to_string(extents)).c_str(),
+                               ExcludeFilesThroughInitBench, extents)
+      ->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark(("GetFileChangesMap_ThroughInit/large:" + std::to_string(layout.largeFileSize / kMiB) +
+                                "MiB," + std::to_string(layout.storeChangedBlocks) + "storeblocks-changed")
+                                   .c_str(),
+                               ChangesMapThroughInitBench, g_volume->LargeTarget())
+      ->Unit(benchmark::kMillisecond);
 }
 
 void Register(const BenchLayout& layout) {
@@ -318,6 +423,7 @@ int main(int argc, char** argv) {
                static_cast<unsigned long long>(volume->Size()), seconds);
 
   Register(layout);
+  if (volume->HasStore()) RegisterThroughInit(layout);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   std::fprintf(stderr, "max resident set: %llu KiB\n",

@@ -9,6 +9,7 @@
 
 #include "tests/fixtures/ntfs_image_builder.h"
 #include "tests/fixtures/unique_temp_path.h"
+#include "tests/fixtures/vss_store_builder.h"
 
 namespace tolvarbench {
 
@@ -234,6 +235,7 @@ BenchVolume::BenchVolume(const BenchLayout& layout) {
   totalClusters_ = nextCluster_ + 16;
   WriteBootSector();
   if (::ftruncate(fd_, static_cast<off_t>(Size())) != 0) throw std::runtime_error("cannot size " + path_);
+  if (layout.storeChangedBlocks != 0) WriteStore(layout.storeChangedBlocks);
   ::close(fd_);
   fd_ = -1;
 }
@@ -285,6 +287,33 @@ void BenchVolume::WriteBootSector() {
   boot[kBootRecordSizeOffset] = kBootRecordSize1024;
   PutLe16(&boot, kBootMarkerOffset, 0xAA55);
   Write(0, boot);
+}
+
+std::string BenchVolume::ShadowCopyId(uint32_t n) { return tolvartest::vss::Id(0x100 + n).ToString(); }
+
+void BenchVolume::WriteStore(uint64_t changedBlocks) {
+  constexpr uint64_t kStoreBlock = 16384;
+  if (large_.extents.empty()) throw std::runtime_error("a store needs the large file");
+  // The blocks are spread over the first half of the large file, so that
+  // the old contents the store keeps for them (32 MiB further on, where the
+  // store builder puts them) lie inside the volume too.
+  const uint64_t first = (large_.extents.front().offset + kStoreBlock - 1) / kStoreBlock * kStoreBlock;
+  const uint64_t span = (Size() - first) / 2;
+  const uint64_t step = std::max<uint64_t>(span / changedBlocks / kStoreBlock, 1) * kStoreBlock;
+  tolvartest::vss::StoreSpec spec;
+  spec.volumeSize = Size();
+  spec.snapshots = {tolvartest::vss::Snap(1, 10), tolvartest::vss::Snap(2, 20)};
+  for (uint64_t i = 0; i < changedBlocks; ++i) {
+    spec.snapshots[0].descriptors.push_back(tolvartest::vss::Block(first + i * step));
+  }
+  tolvartest::vss::StoreWriter writer(Size());
+  tolvartest::vss::BuildStore(spec, &writer);
+  const uint64_t storeEnd = writer.AllocatePages(1).front();
+  if (storeEnd > kMftCluster * kClusterSize) throw std::runtime_error("the store reaches the MFT");
+  for (const auto& chunk : writer.Source()->Chunks()) {
+    Write(chunk.first * tolvartest::SparseSource::kChunk, chunk.second);
+  }
+  hasStore_ = true;
 }
 
 void BenchVolume::WriteMft(uint64_t recordCount) {

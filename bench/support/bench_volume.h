@@ -27,6 +27,8 @@ struct BenchLayout {
   std::vector<uint64_t> extentCounts;    // one file "/fragN/file.bin" of N one-cluster extents each
   uint64_t largeFileSize = 0;            // "/large/file.bin": this many bytes ...
   uint64_t largeFileFragments = 0;       // ... in this many equal fragments (0: no such file)
+  uint64_t storeChangedBlocks = 0;       // a store of two snapshots, the older one keeping this many 16 KiB
+                                         // blocks of the large file changed after it (0: no store)
 };
 
 // One piece of metadata on the volume: a byte range read with one call.
@@ -65,6 +67,11 @@ class BenchVolume {
   const BenchTarget& DirectoryTarget(uint64_t size) const;
   const BenchTarget& FragmentedTarget(uint64_t extents) const;
   const BenchTarget& LargeTarget() const { return large_; }
+  // Whether the image holds a store with two snapshots, made before and
+  // after a change (see ShadowCopyId).
+  bool HasStore() const { return hasStore_; }
+  // The text identifier of shadow copy 1 (older) or 2 (newer) of the store.
+  static std::string ShadowCopyId(uint32_t n);
 
  private:
   // One entry of a directory index.
@@ -81,6 +88,8 @@ class BenchVolume {
   uint64_t RecordOffset(uint64_t number) const { return (kMftCluster * kClusterSize) + number * kRecordSize; }
 
   void WriteBootSector();
+  // Lays a store into the space kept free below the MFT.
+  void WriteStore(uint64_t changedBlocks);
   void WriteMft(uint64_t recordCount);
   void WriteRoot();
   uint64_t WriteDirectory(const std::string& name, uint64_t childCount, BenchTarget* target);
@@ -95,11 +104,13 @@ class BenchVolume {
                                         std::vector<tolvartest::Bytes>* blocks);
   void AddRootChildReads(BenchTarget* target, std::size_t rootIndex) const;
 
-  static constexpr uint64_t kMftCluster = 256;  // the MFT starts 1 MiB in
+  // The MFT starts 16 MiB in; a store's records go below it, from 1 MiB on.
+  static constexpr uint64_t kMftCluster = 4096;
   static constexpr uint64_t kRootRecord = 5;
   static constexpr uint64_t kFirstUserRecord = 16;
 
   std::string path_;                       // the image file
+  bool hasStore_ = false;                  // a store was written
   bool keep_ = false;                      // the file outlives the object
   int fd_ = -1;                            // open for writing while the image is made
   uint64_t totalClusters_ = 0;             // the volume's size in clusters
