@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "ntfsparsercore/io/cache_proxy.h"
 #include "tests/fixtures/error_queue_test.h"
+#include "tests/fixtures/fault_source.h"
 #include "tests/fixtures/memory_source.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 
@@ -297,6 +299,29 @@ TEST_F(ThreeSubNodeDirectoryTest, LookupReportsEachListingThenOneRecordWalkPerNa
   Append(&expected, Listing());
   expected.insert(expected.end(), 1 + 24, EndMarker());
   EXPECT_EQ(DrainErrors(), expected);
+}
+
+TEST_F(ThreeSubNodeDirectoryTest, BlocksThatCannotBeReadAreTriedAndReportedAgainForEverySubNode) {
+  // The device fails from block 2 of the allocation on; it is read through a
+  // cache line, as volumes are.
+  auto device = std::make_shared<tolvartest::FaultSource>(builder_.Image());
+  device->FailFrom((kAllocationCluster + 2) * 4096);
+  std::shared_ptr<NtfsVolume> volume(
+      NtfsVolume::Create(std::make_shared<ntfsparsercore::io::CacheProxy>(device, 4096), 1 << 20));
+  ASSERT_TRUE(volume);
+  DrainErrors();
+  std::vector<uint64_t> expected{kRoot};
+  for (uint64_t n = 40; n < 61; ++n) expected.push_back(n);
+  EXPECT_EQ(ListDirectory(volume->GetMftTable()->GetRecord(kRoot, true)), expected);
+  // Per sub-node: the record walk for the index allocation, then blocks 2
+  // and 3, each failing on the device and then as a block header.
+  std::vector<ErrorRecord> messages{EndMarker()};
+  for (int subNode = 0; subNode < 3; ++subNode) {
+    Append(&messages, {EndMarker(), Record(1, "Failed read cluster, position 417792"),
+                       Record(3, "MultiSectorHeader read failed"), Record(1, "Failed read cluster, position 421888"),
+                       Record(3, "MultiSectorHeader read failed")});
+  }
+  EXPECT_EQ(DrainErrors(), messages);
 }
 
 }  // namespace
