@@ -22,6 +22,10 @@ class ErrorRecorder {
 
   // The messages reported since construction, oldest first.
   const std::vector<ErrorRecord>& Records() const { return records_; }
+  // Whether a device read failed meanwhile (a message of code kErrorIo).
+  // A read that failed may go otherwise when tried again, so work that met
+  // one is redone rather than reused.
+  bool ReadFailed() const;
 
   // Whether any recorder is recording: the reporting functions then format
   // every message, even without a queue.

@@ -88,22 +88,25 @@ std::shared_ptr<MftRecord> FindChild(MftTable* table, const std::shared_ptr<MftR
 // root needs it: built from every block of the allocation at the first
 // sub-node and used again for the others. Building it again would read the
 // same blocks and report the same messages, so each later use reports those
-// messages again instead.
+// messages again instead; unless a device read failed while it was built,
+// in which case it is built anew for each sub-node.
 struct SubNodeMap {
   std::unique_ptr<IndexBlockMap> map;  // built at the first sub-node; null before
   std::vector<ErrorRecord> messages;   // what building it reported
+  bool reusable = false;               // no device read failed while building it
 };
 
 // Appends the entries of the sub-tree under vcn.
 void WalkSubNode(const std::shared_ptr<MftRecord>& record, uint64_t blockSize, uint64_t vcn, SubNodeMap* subNodes,
                  std::vector<uint64_t>* numbers) {
-  if (subNodes->map) {
+  if (subNodes->map && subNodes->reusable) {
     ReplayErrors(subNodes->messages);
   } else {
     ErrorRecorder recorder;
     subNodes->map.reset(
         new IndexBlockMap(record->GetVolume(), record->GetAttributes(kIndexAllocationType), blockSize));
     subNodes->messages = recorder.Records();
+    subNodes->reusable = !recorder.ReadFailed();
   }
   subNodes->map->Walk(subNodes->map->Find(vcn), numbers);
 }

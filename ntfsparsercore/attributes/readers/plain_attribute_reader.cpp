@@ -36,6 +36,7 @@ const RunList& PlainAttributeReader::Runs() {
   ErrorRecorder recorder;
   runs_ = BuildRunList(attribute_, volume_->GetClusterSize());
   decodeMessages_ = recorder.Records();
+  runEnds_.clear();
   // Run lengths of a damaged record could add up past 64 bits: the ends stop
   // growing there, so they stay ordered and no read starts early.
   uint64_t end = 0;
@@ -43,7 +44,8 @@ const RunList& PlainAttributeReader::Runs() {
     end = run.length > UINT64_MAX - end ? UINT64_MAX : end + run.length;
     runEnds_.push_back(end);
   }
-  decoded_ = true;
+  // A list decoded while a device read failed is decoded anew next time.
+  decoded_ = !recorder.ReadFailed();
   return runs_;
 }
 
