@@ -36,9 +36,9 @@
 #include <vector>
 
 #include "api/error_queue.h"
-#include "bench/support/bench_handle.h"
-#include "bench/support/bench_volume.h"
-#include "bench/support/peak_memory.h"
+#include "bench/support/files/bench_handle.h"
+#include "bench/support/files/bench_volume.h"
+#include "bench/support/files/peak_memory.h"
 #include "ntfsparsercore/path_lookup.h"
 #include "tolvar/tolvar.h"
 

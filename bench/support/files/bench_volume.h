@@ -4,8 +4,8 @@
 // named by an attribute list. Only metadata is written; file data stays a
 // hole. Alongside it, the list of metadata pieces that a lookup of each
 // target reads, for the plain-read baselines.
-#ifndef TOLVAR_BENCH_SUPPORT_BENCH_VOLUME_H_
-#define TOLVAR_BENCH_SUPPORT_BENCH_VOLUME_H_
+#ifndef TOLVAR_BENCH_SUPPORT_FILES_BENCH_VOLUME_H_
+#define TOLVAR_BENCH_SUPPORT_FILES_BENCH_VOLUME_H_
 
 #include <cstdint>
 #include <string>
@@ -124,4 +124,4 @@ class BenchVolume {
 
 }  // namespace tolvarbench
 
-#endif  // TOLVAR_BENCH_SUPPORT_BENCH_VOLUME_H_
+#endif  // TOLVAR_BENCH_SUPPORT_FILES_BENCH_VOLUME_H_

@@ -2,8 +2,8 @@
 // benchmark can report the peak an operation reached above what was held
 // when it started. The replacement of operator new lives in peak_memory.cpp,
 // linked into every benchmark program.
-#ifndef TOLVAR_BENCH_SUPPORT_PEAK_MEMORY_H_
-#define TOLVAR_BENCH_SUPPORT_PEAK_MEMORY_H_
+#ifndef TOLVAR_BENCH_SUPPORT_FILES_PEAK_MEMORY_H_
+#define TOLVAR_BENCH_SUPPORT_FILES_PEAK_MEMORY_H_
 
 #include <cstddef>
 
@@ -29,4 +29,4 @@ class PeakMemory {
 
 }  // namespace tolvarbench
 
-#endif  // TOLVAR_BENCH_SUPPORT_PEAK_MEMORY_H_
+#endif  // TOLVAR_BENCH_SUPPORT_FILES_PEAK_MEMORY_H_

@@ -1,4 +1,4 @@
-#include "bench/support/bench_volume.h"
+#include "bench/support/files/bench_volume.h"
 
 #include <fcntl.h>
 #include <unistd.h>

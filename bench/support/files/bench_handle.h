@@ -3,8 +3,8 @@
 // provider opens a device (a system file behind a 16 KiB cache line), and
 // the changed-block bitmap is given rather than computed. The file exports
 // then run on it exactly as on a handle made by Init.
-#ifndef TOLVAR_BENCH_SUPPORT_BENCH_HANDLE_H_
-#define TOLVAR_BENCH_SUPPORT_BENCH_HANDLE_H_
+#ifndef TOLVAR_BENCH_SUPPORT_FILES_BENCH_HANDLE_H_
+#define TOLVAR_BENCH_SUPPORT_FILES_BENCH_HANDLE_H_
 
 #include <cstdint>
 #include <memory>
@@ -36,4 +36,4 @@ class BenchHandle {
 
 }  // namespace tolvarbench
 
-#endif  // TOLVAR_BENCH_SUPPORT_BENCH_HANDLE_H_
+#endif  // TOLVAR_BENCH_SUPPORT_FILES_BENCH_HANDLE_H_

@@ -1,4 +1,4 @@
-#include "bench/support/bench_handle.h"
+#include "bench/support/files/bench_handle.h"
 
 #include <stdexcept>
 

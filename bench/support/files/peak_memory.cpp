@@ -1,4 +1,4 @@
-#include "bench/support/peak_memory.h"
+#include "bench/support/files/peak_memory.h"
 
 #include <malloc.h>
 #include <sys/resource.h>
