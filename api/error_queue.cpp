@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "api/error_recorder.h"
+
 namespace {
 
 // Null until the first CreateErrorQueue; released by the static clean-up.
@@ -21,8 +23,10 @@ void FormatInto(char* buffer, const char* format, va_list args) {
   buffer[kMaxMessageLength] = '\0';
 }
 
-void Append(uint32_t code, const char* text) {
-  g_queue->push_back(ErrorRecord{code, std::string(text)});
+// Hands the message to any recorder, then appends it when the queue exists.
+void Deliver(uint32_t code, const char* text) {
+  if (ErrorRecorder::Recording()) ErrorRecorder::Notify(code, text);
+  if (g_queue) g_queue->push_back(ErrorRecord{code, std::string(text)});
 }
 
 }  // namespace
@@ -39,12 +43,12 @@ bool PopError(ErrorRecord* record) {
 }
 
 void ReportError(uint32_t code, const char* format, ...) {
-  if (!g_queue) return;
+  if (!g_queue && !ErrorRecorder::Recording()) return;
   va_list args;
   va_start(args, format);
   FormatInto(g_reportBuffer, format, args);
   va_end(args);
-  Append(code, g_reportBuffer);
+  Deliver(code, g_reportBuffer);
 }
 
 void ReportCodedError(uint32_t code, const char* format, ...) {
@@ -52,8 +56,11 @@ void ReportCodedError(uint32_t code, const char* format, ...) {
   va_start(args, format);
   FormatInto(g_codedReportBuffer, format, args);
   va_end(args);
-  if (!g_queue) return;
-  Append(code, g_codedReportBuffer);
+  Deliver(code, g_codedReportBuffer);
+}
+
+void ReplayErrors(const std::vector<ErrorRecord>& records) {
+  for (const ErrorRecord& record : records) Deliver(record.code, record.message.c_str());
 }
 
 void DestroyErrorQueue() { g_queue.reset(); }

@@ -11,6 +11,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <vector>
 
 #if defined(__GNUC__)
 #define TOLVAR_PRINTF_FORMAT(fmt, args) __attribute__((format(printf, fmt, args)))
@@ -54,6 +55,11 @@ void ReportError(uint32_t code, const char* format, ...) TOLVAR_PRINTF_FORMAT(2,
 
 // Formats the message in any case, then appends it when the queue exists.
 void ReportCodedError(uint32_t code, const char* format, ...) TOLVAR_PRINTF_FORMAT(2, 3);
+
+// Reports records again, oldest first, exactly as their reporting sites
+// did: each is appended when the queue exists. For results that are reused
+// instead of worked out again (see ErrorRecorder).
+void ReplayErrors(const std::vector<ErrorRecord>& records);
 
 // What a "%lu" conversion shows of a 64-bit position or size: its low 32
 // bits, the same on every platform whatever the width of long.

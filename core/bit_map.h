@@ -29,6 +29,10 @@ class BitMap {
   // The first set bit at or after index, or BitCount() when there is none.
   uint64_t NextSet(uint64_t index) const;
 
+  // Whether any of the count bits from first on is set; bits at or beyond
+  // the bit count are clear.
+  bool AnySet(uint64_t first, uint64_t count) const;
+
   // Complements every byte, the spare bits of the last one included.
   void Invert();
 
@@ -50,8 +54,6 @@ class BitMap {
   const uint8_t* Data() const { return bytes_.get(); }
 
  private:
-  bool AnySet(uint64_t first, uint64_t count) const;
-
   uint64_t byteCount_;               // length of the bit array in bytes; never 0
   std::unique_ptr<uint8_t[]> bytes_;  // the bits
 };

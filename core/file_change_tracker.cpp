@@ -54,8 +54,12 @@ void FileChangeTracker::ClearExtents(ExtentList extents, BitMap& changed, uint64
   if (blockSize == 0) return;
   extents.erase(std::remove_if(extents.begin(), extents.end(), [](const Extent& e) { return e.volumeOffset == 0; }),
                 extents.end());
-  std::stable_sort(extents.begin(), extents.end(),
-                   [](const Extent& a, const Extent& b) { return a.volumeOffset < b.volumeOffset; });
+  const auto byOffset = [](const Extent& a, const Extent& b) { return a.volumeOffset < b.volumeOffset; };
+  // A file's extents mostly come in ascending order already, which the
+  // stable sort would leave as they are.
+  if (!std::is_sorted(extents.begin(), extents.end(), byOffset)) {
+    std::stable_sort(extents.begin(), extents.end(), byOffset);
+  }
   size_t next = 0;
   while (next < extents.size()) {
     uint64_t start = extents[next].volumeOffset;

@@ -1,5 +1,6 @@
 #include "ntfsparsercore/mft_record.h"
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <tuple>
@@ -15,6 +16,36 @@ namespace {
 
 // Positions inside a record are 16-bit: the attribute walk wraps at this.
 constexpr std::size_t kPositionCount = 65536;
+// Positions an attribute walk keeps in a list before it moves them into a
+// bitmap: more than a sound 1,024- or 4,096-byte record holds attributes.
+constexpr std::size_t kShortWalk = 64;
+
+// The positions an attribute walk has met. A short walk keeps them in a
+// small list; a longer one (damaged records only) in a bitmap of every
+// 16-bit position, so that each step costs the same however long it runs.
+struct MetPositions {
+  uint16_t list[kShortWalk];         // the positions met, while there are few
+  std::size_t listed = 0;            // entries of list in use
+  std::unique_ptr<std::vector<bool>> all;  // every position met, once the list is full
+
+  // Records position; false when it was met before.
+  bool FirstVisit(uint16_t position) {
+    if (all) {
+      if ((*all)[position]) return false;
+      (*all)[position] = true;
+      return true;
+    }
+    if (std::find(list, list + listed, position) != list + listed) return false;
+    if (listed < kShortWalk) {
+      list[listed++] = position;
+      return true;
+    }
+    all.reset(new std::vector<bool>(kPositionCount, false));
+    for (std::size_t i = 0; i < listed; ++i) (*all)[list[i]] = true;
+    (*all)[position] = true;
+    return true;
+  }
+};
 
 // Key of one attribute gathered through an attribute list: extents with the
 // same id, name and type belong together. Ordered by id, then name
@@ -67,26 +98,12 @@ void DropDuplicateExtents(MftRecord::RecordList* extents) {
   extents->swap(kept);
 }
 
-// Stable merge sort of attributes by attribute id.
+// Sorts attributes by attribute id; equal ids keep their order.
 void SortById(MftRecord::AttributeList* attributes) {
-  if (attributes->size() < 2) return;
-  const auto middle = attributes->begin() + static_cast<std::ptrdiff_t>(attributes->size() / 2);
-  MftRecord::AttributeList left(attributes->begin(), middle);
-  MftRecord::AttributeList right(middle, attributes->end());
-  SortById(&left);
-  SortById(&right);
-  std::size_t l = 0;
-  std::size_t r = 0;
-  std::size_t out = 0;
-  while (l < left.size() && r < right.size()) {
-    if (right[r]->GetAttributeId() < left[l]->GetAttributeId()) {
-      (*attributes)[out++] = right[r++];
-    } else {
-      (*attributes)[out++] = left[l++];
-    }
-  }
-  while (l < left.size()) (*attributes)[out++] = left[l++];
-  while (r < right.size()) (*attributes)[out++] = right[r++];
+  std::stable_sort(attributes->begin(), attributes->end(),
+                   [](const std::shared_ptr<Attribute>& a, const std::shared_ptr<Attribute>& b) {
+                     return a->GetAttributeId() < b->GetAttributeId();
+                   });
 }
 
 }  // namespace
@@ -139,10 +156,9 @@ MftRecord::RecordList MftRecord::WalkOwnRecords() {
   // The walk is a function of the 16-bit position alone: a position met a
   // second time (a length of 0, or lengths that wrap round) would repeat
   // the same records forever, so the walk ends there.
-  std::vector<bool> visited(kPositionCount, false);
+  MetPositions met;
   uint16_t position = firstAttributeOffset_;
-  while (!visited[position]) {
-    visited[position] = true;
+  while (met.FirstVisit(position)) {
     auto attribute = std::make_shared<AttributeRecord>(self, position);
     position = static_cast<uint16_t>(position + attribute->GetRecordLength());
     if (attribute->GetType() > AttributeRecord::kMaxType) break;
@@ -178,19 +194,32 @@ MftRecord::AttributeList MftRecord::GetAttributes() {
   for (const auto& record : own) {
     if (record->GetType() == kAttributeListType) return GatherListedAttributes(record);
   }
-  AttributeList attributes;
-  for (const auto& record : own) attributes.push_back(std::make_shared<Attribute>(readersFactory_, RecordList{record}));
-  SortById(&attributes);
-  return attributes;
+  return OwnAttributes(own, nullptr);
 }
 
 MftRecord::AttributeList MftRecord::GetAttributes(uint32_t type) {
-  AttributeList all = GetAttributes();
-  AttributeList kept;
-  for (auto& attribute : all) {
-    if (attribute->GetType() == type) kept.push_back(std::move(attribute));
+  const RecordList own = WalkOwnRecords();
+  for (const auto& record : own) {
+    if (record->GetType() != kAttributeListType) continue;
+    AttributeList kept;
+    for (auto& attribute : GatherListedAttributes(record)) {
+      if (attribute->GetType() == type) kept.push_back(std::move(attribute));
+    }
+    return kept;
   }
-  return kept;
+  return OwnAttributes(own, &type);
+}
+
+MftRecord::AttributeList MftRecord::OwnAttributes(const RecordList& own, const uint32_t* type) {
+  // Sorting by id keeps the order among the attributes of one type, so
+  // those of other types can be left out before they are made.
+  AttributeList attributes;
+  for (const auto& record : own) {
+    if (type && record->GetType() != *type) continue;
+    attributes.push_back(std::make_shared<Attribute>(readersFactory_, RecordList{record}));
+  }
+  SortById(&attributes);
+  return attributes;
 }
 
 }  // namespace ntfsparsercore

@@ -67,6 +67,9 @@ class MftRecord : public io::ISource, public std::enable_shared_from_this<MftRec
  private:
   // The attribute records held in this record itself, in record order.
   RecordList WalkOwnRecords();
+  // An attribute for each of the record's own attribute records (only those
+  // of *type unless type is null), in attribute id order.
+  AttributeList OwnAttributes(const RecordList& own, const uint32_t* type);
   // The file's attributes as an attribute list names them.
   AttributeList GatherListedAttributes(const std::shared_ptr<AttributeRecord>& listRecord);
 

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "api/error_queue.h"
+#include "api/error_recorder.h"
 #include "ntfsparsercore/index_block_map.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/utf16_name.h"
@@ -83,12 +84,31 @@ std::shared_ptr<MftRecord> FindChild(MftTable* table, const std::shared_ptr<MftR
   return nullptr;
 }
 
-// Appends the entries of the sub-tree under vcn, read from a map of the
-// directory's index blocks built for this sub-tree alone.
-void WalkSubNode(const std::shared_ptr<MftRecord>& record, uint64_t blockSize, uint64_t vcn,
+// The map of a directory's index blocks, as each sub-node of the index
+// root needs it: built from every block of the allocation at the first
+// sub-node and used again for the others. Building it again would read the
+// same blocks and report the same messages, so each later use reports those
+// messages again instead; unless a device read failed while it was built,
+// in which case it is built anew for each sub-node.
+struct SubNodeMap {
+  std::unique_ptr<IndexBlockMap> map;  // built at the first sub-node; null before
+  std::vector<ErrorRecord> messages;   // what building it reported
+  bool reusable = false;               // no device read failed while building it
+};
+
+// Appends the entries of the sub-tree under vcn.
+void WalkSubNode(const std::shared_ptr<MftRecord>& record, uint64_t blockSize, uint64_t vcn, SubNodeMap* subNodes,
                  std::vector<uint64_t>* numbers) {
-  IndexBlockMap map(record->GetVolume(), record->GetAttributes(kIndexAllocationType), blockSize);
-  map.Walk(map.Find(vcn), numbers);
+  if (subNodes->map && subNodes->reusable) {
+    ReplayErrors(subNodes->messages);
+  } else {
+    ErrorRecorder recorder;
+    subNodes->map.reset(
+        new IndexBlockMap(record->GetVolume(), record->GetAttributes(kIndexAllocationType), blockSize));
+    subNodes->messages = recorder.Records();
+    subNodes->reusable = !recorder.ReadFailed();
+  }
+  subNodes->map->Walk(subNodes->map->Find(vcn), numbers);
 }
 
 }  // namespace
@@ -117,6 +137,7 @@ std::vector<uint64_t> ListDirectory(const std::shared_ptr<MftRecord>& record) {
   }
   const uint64_t blockSize = io::LoadLe32(rootHeader + kBlockSizeOffset);
   uint64_t position = kRootNodeHeaderOffset + io::LoadLe32(nodeHeader + kEntriesOffsetOffset);
+  SubNodeMap subNodes;
   for (;;) {
     uint8_t entry[IndexBlockMap::kEntryHeaderSize];
     if (reader->Read(entry, IndexBlockMap::kEntryHeaderSize, position) < IndexBlockMap::kEntryHeaderSize) break;
@@ -128,7 +149,7 @@ std::vector<uint64_t> ListDirectory(const std::shared_ptr<MftRecord>& record) {
           IndexBlockMap::kSubNodeVcnSize) {
         break;
       }
-      WalkSubNode(record, blockSize, io::LoadLe64(vcn), &numbers);
+      WalkSubNode(record, blockSize, io::LoadLe64(vcn), &subNodes, &numbers);
     }
     if (flags & IndexBlockMap::kFlagLastEntry) break;
     numbers.push_back(io::LoadLe64(entry + IndexBlockMap::kFileReferenceOffset) & IndexBlockMap::kRecordNumberMask);

@@ -37,6 +37,11 @@ uint64_t NegativeMagnitude(const uint8_t* bytes, unsigned size) {
 
 RunList DecodeRunList(const AttributeRecord& record, uint64_t clusterSize) {
   RunList runs;
+  AppendRuns(record, clusterSize, &runs);
+  return runs;
+}
+
+void AppendRuns(const AttributeRecord& record, uint64_t clusterSize, RunList* runs) {
   uint64_t position = 0;
   uint64_t lcn = 0;
   for (;;) {
@@ -60,17 +65,14 @@ RunList DecodeRunList(const AttributeRecord& record, uint64_t clusterSize) {
       lcn += delta;
       run.volumeOffset = lcn * clusterSize;
     }
-    runs.push_back(run);
+    runs->push_back(run);
   }
-  return runs;
 }
 
 RunList BuildRunList(const Attribute& attribute, uint64_t clusterSize) {
   RunList runs;
   for (const auto& record : attribute.GetRecords()) {
-    if (!record) continue;
-    RunList more = DecodeRunList(*record, clusterSize);
-    runs.insert(runs.end(), more.begin(), more.end());
+    if (record) AppendRuns(*record, clusterSize, &runs);
   }
   return runs;
 }

@@ -26,6 +26,8 @@ using RunList = std::vector<Run>;
 // F of 1 to 4, bits 31 to 63 for F = 8, and bits 7, 15 and 23 of the field
 // for F of 5, 6 and 7. Fields wider than 8 bytes are unsigned.
 RunList DecodeRunList(const AttributeRecord& record, uint64_t clusterSize);
+// The same runs, appended to runs.
+void AppendRuns(const AttributeRecord& record, uint64_t clusterSize, RunList* runs);
 
 // The runs of every record of the attribute, in record order.
 RunList BuildRunList(const Attribute& attribute, uint64_t clusterSize);

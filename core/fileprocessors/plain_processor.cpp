@@ -35,7 +35,9 @@ bool PlainProcessor::Touches(const BitMap& changedBitmap, uint64_t volumeOffset,
   const uint64_t firstBlock = volumeOffset / blockSize_;
   const uint64_t endBlock = std::min(end / blockSize_ + (end % blockSize_ != 0 ? 1 : 0), changedBitmap.BitCount());
   if (firstBlock >= endBlock) return false;
-  return changedBitmap.NextSet(firstBlock) < endBlock;
+  // Only the piece's own blocks are looked at: a search for the next set
+  // bit would run on to the end of a mostly clear bitmap for every block.
+  return changedBitmap.AnySet(firstBlock, endBlock - firstBlock);
 }
 
 void PlainProcessor::WalkPiece(const BitMap& changedBitmap, uint64_t volumeOffset, uint64_t length) {
@@ -54,6 +56,20 @@ void PlainProcessor::WalkPiece(const BitMap& changedBitmap, uint64_t volumeOffse
     if (step == length) return;
     volumeOffset += step;
     length -= step;
+  }
+  if (length <= std::numeric_limits<uint64_t>::max() - volumeOffset) {
+    // While no sum wraps past 64 bits, the touch test of a whole block is a
+    // test of the volume block it starts in and, when it starts inside one,
+    // of the next.
+    const bool straddles = volumeOffset % blockSize_ != 0;
+    uint64_t volumeBlock = volumeOffset / blockSize_;
+    while (length >= blockSize_) {
+      if (changedBitmap.Test(volumeBlock) || (straddles && changedBitmap.Test(volumeBlock + 1))) MarkCurrent();
+      position_ += blockSize_;
+      volumeOffset += blockSize_;
+      length -= blockSize_;
+      ++volumeBlock;
+    }
   }
   while (length >= blockSize_) {
     if (Touches(changedBitmap, volumeOffset, blockSize_)) MarkCurrent();

@@ -42,16 +42,22 @@ uint64_t HotPageProxy::Read(void* buffer, uint64_t size, uint64_t offset) {
     ++accessCounter_;
     const uint64_t page = position / pageSize_;
     std::size_t slot;
-    auto hit = pageMap_.find(page);
-    if (hit != pageMap_.end()) {
-      slot = hit->second;
+    if (newest_ != kNone && slots_[newest_].page == page) {
+      // The page used last: its proxy is already at the recency list's tail.
+      slot = newest_;
+      slots_[slot].lastUse = accessCounter_;
     } else {
-      slot = TakeVictim();
-      pageMap_.erase(slots_[slot].page);
-      pageMap_[page] = slot;
-      slots_[slot].page = page;
+      auto hit = pageMap_.find(page);
+      if (hit != pageMap_.end()) {
+        slot = hit->second;
+      } else {
+        slot = TakeVictim();
+        pageMap_.erase(slots_[slot].page);
+        pageMap_[page] = slot;
+        slots_[slot].page = page;
+      }
+      Touch(slot);
     }
-    Touch(slot);
     const uint64_t delivered = slots_[slot].proxy->Read(out + done, n, position);
     if (delivered == 0) break;
     done += delivered;

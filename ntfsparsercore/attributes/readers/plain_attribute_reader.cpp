@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "ntfsparsercore/run_list.h"
+#include "api/error_recorder.h"
 
 namespace ntfsparsercore {
 namespace attributes {
@@ -28,12 +28,38 @@ uint64_t PlainAttributeReader::ReadResident(uint8_t* buffer, uint64_t size, uint
   return attribute_.GetRecords().front()->Read(buffer, size, offset);
 }
 
+const RunList& PlainAttributeReader::Runs() {
+  if (decoded_) {
+    ReplayErrors(decodeMessages_);
+    return runs_;
+  }
+  ErrorRecorder recorder;
+  runs_ = BuildRunList(attribute_, volume_->GetClusterSize());
+  decodeMessages_ = recorder.Records();
+  runEnds_.clear();
+  // Run lengths of a damaged record could add up past 64 bits: the ends stop
+  // growing there, so they stay ordered and no read starts early.
+  uint64_t end = 0;
+  for (const Run& run : runs_) {
+    end = run.length > UINT64_MAX - end ? UINT64_MAX : end + run.length;
+    runEnds_.push_back(end);
+  }
+  // A list decoded while a device read failed is decoded anew next time.
+  decoded_ = !recorder.ReadFailed();
+  return runs_;
+}
+
 uint64_t PlainAttributeReader::ReadRuns(uint8_t* buffer, uint64_t size, uint64_t offset) {
   if (!volume_) return 0;
-  const RunList runs = BuildRunList(attribute_, volume_->GetClusterSize());
+  const RunList& runs = Runs();
+  // Every run that ends at or before the offset is passed over whole; the
+  // first one read is the first that ends past it.
+  const std::size_t first =
+      static_cast<std::size_t>(std::upper_bound(runEnds_.begin(), runEnds_.end(), offset) - runEnds_.begin());
   uint64_t done = 0;
-  uint64_t skip = offset;
-  for (const Run& run : runs) {
+  uint64_t skip = first == 0 ? offset : offset - runEnds_[first - 1];
+  for (std::size_t i = first; i < runs.size(); ++i) {
+    const Run& run = runs[i];
     if (done >= size) break;
     if (run.length <= skip) {
       skip -= run.length;
@@ -56,7 +82,7 @@ ExtentList PlainAttributeReader::GetExtents() {
   if (!volume_) return extents;
   const uint64_t size = GetSize();
   uint64_t total = 0;
-  for (const Run& run : BuildRunList(attribute_, volume_->GetClusterSize())) {
+  for (const Run& run : Runs()) {
     if (total >= size) break;
     uint64_t length = run.length;
     total += length;

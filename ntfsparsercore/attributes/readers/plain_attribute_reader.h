@@ -3,10 +3,13 @@
 #define TOLVAR_NTFSPARSERCORE_ATTRIBUTES_READERS_PLAIN_ATTRIBUTE_READER_H_
 
 #include <cstdint>
+#include <vector>
 
+#include "api/error_queue.h"
 #include "ntfsparsercore/attribute.h"
 #include "ntfsparsercore/attributes/readers/i_reader.h"
 #include "ntfsparsercore/i_volume.h"
+#include "ntfsparsercore/run_list.h"
 
 namespace ntfsparsercore {
 namespace attributes {
@@ -32,9 +35,18 @@ class PlainAttributeReader : public IReader {
  private:
   uint64_t ReadResident(uint8_t* buffer, uint64_t size, uint64_t offset);
   uint64_t ReadRuns(uint8_t* buffer, uint64_t size, uint64_t offset);
+  // The run list, decoded from the attribute's records on first use. Each
+  // later use reports again what decoding reported, as decoding the same
+  // records anew would, and gives the same runs; unless a device read
+  // failed while decoding, in which case the next use decodes anew.
+  const RunList& Runs();
 
-  IVolume* volume_;      // reads volume bytes; its cluster size scales runs
-  Attribute attribute_;  // the attribute being read
+  IVolume* volume_;                         // reads volume bytes; its cluster size scales runs
+  Attribute attribute_;                     // the attribute being read
+  bool decoded_ = false;                    // runs_ holds the run list, to be used again
+  RunList runs_;                            // the runs, in record order
+  std::vector<uint64_t> runEnds_;           // byte position in the value where each run ends
+  std::vector<ErrorRecord> decodeMessages_; // what decoding the run list reported
 };
 
 }  // namespace readers

@@ -288,6 +288,31 @@ TEST_F(AttributeListTest, EqualIdsAreOrderedByNameBeforeType) {
   EXPECT_EQ(attributes[1]->GetName(), "a");
 }
 
+TEST_F(MftRecordTest, AttributesOfOneTypeComeInAttributeIdOrderWithEqualIdsInRecordOrder) {
+  AttributeFields index;
+  index.type = 0x90;
+  index.id = 1;
+  index.name = "$I30";
+  index.value = Bytes(8, 0);
+  builder_.AddFile(30, "types", {tolvartest::ResidentData(9, Bytes{1}, "z"), tolvartest::AttributeBytes(index),
+                                 tolvartest::ResidentData(4, Bytes{2}, "y"), tolvartest::ResidentData(4, Bytes{3}, "x"),
+                                 tolvartest::ResidentData(2, Bytes{4}, "w")});
+  auto volume = Open();
+  auto record = volume->GetMftTable()->GetRecord(30, true);
+  auto data = record->GetAttributes(0x80);
+  EXPECT_EQ(Ids(data), (std::vector<uint16_t>{2, 4, 4, 9}));
+  ASSERT_EQ(data.size(), 4u);
+  EXPECT_EQ(data[0]->GetName(), "w");
+  EXPECT_EQ(data[1]->GetName(), "y");
+  EXPECT_EQ(data[2]->GetName(), "x");
+  EXPECT_EQ(data[3]->GetName(), "z");
+  EXPECT_EQ(Ids(record->GetAttributes(0x90)), (std::vector<uint16_t>{1}));
+  EXPECT_EQ(Ids(record->GetAttributes(0x30)), (std::vector<uint16_t>{0}));
+  EXPECT_TRUE(record->GetAttributes(0x40).empty());
+  // Each call walks the record once and meets its end marker once.
+  EXPECT_EQ(DrainErrors(), EndMarkers(4));
+}
+
 TEST_F(MftRecordTest, AttributeWalkEndsOnARecordLengthOfZero) {
   AttributeFields f;
   f.type = 0x10;
@@ -299,6 +324,30 @@ TEST_F(MftRecordTest, AttributeWalkEndsOnARecordLengthOfZero) {
   builder_.SetRecord(30, FileRecordBytes(record));
   auto volume = Open();
   EXPECT_EQ(volume->GetMftTable()->GetRecord(30, true)->GetAttributes().size(), 1u);
+}
+
+TEST_F(MftRecordTest, LongAttributeWalkEndsWhereALengthWrapsBackToAPositionMet) {
+  // 39 empty attributes of 24 bytes each; the last one's length takes the
+  // 16-bit position round to the first attribute again.
+  FileRecordFields record;
+  const std::size_t count = 39;
+  for (std::size_t i = 0; i < count; ++i) {
+    AttributeFields f;
+    f.type = 0x10;
+    f.id = static_cast<uint16_t>(i);
+    record.attributes.push_back(tolvartest::AttributeBytes(f));
+  }
+  const uint32_t lastPosition = record.firstAttributeOffset + 24 * (count - 1);
+  tolvartest::PutLe32(&record.attributes.back(), 4, 0x10000 - (lastPosition - record.firstAttributeOffset));
+  builder_.SetRecord(30, FileRecordBytes(record));
+  auto volume = Open();
+  auto attributes = volume->GetMftTable()->GetRecord(30, true)->GetAttributes();
+  ASSERT_EQ(attributes.size(), count);
+  std::vector<uint16_t> ids(count);
+  for (std::size_t i = 0; i < count; ++i) ids[i] = static_cast<uint16_t>(i);
+  EXPECT_EQ(Ids(attributes), ids);
+  // No end marker is met, so nothing is reported.
+  EXPECT_TRUE(DrainErrors().empty());
 }
 
 }  // namespace
@@ -354,6 +403,48 @@ TEST_F(AttributeListTest, ListEntryWithoutAMatchingIdAddsNothing) {
   auto volume = Open();
   auto attributes = volume->GetMftTable()->GetRecord(40, true)->GetAttributes();
   EXPECT_EQ(Ids(attributes), (std::vector<uint16_t>{4}));
+}
+
+// A data attribute whose mapping pairs are cut by the record's allocated
+// size after the first run: the terminating 0 lies past the record.
+class CutMappingPairsTest : public MftRecordTest {
+ protected:
+  static constexpr uint64_t kDataCluster = 100;
+
+  void SetUp() override {
+    MftRecordTest::SetUp();
+    const Bytes name = tolvartest::FileNameAttribute(1, NtfsImageBuilder::kRootRecord, "cut.bin");
+    FileRecordFields f;
+    f.attributes = {name, tolvartest::NonResidentAttribute(0x80, 2, 0, 0, 4096, {{1, kDataCluster, 1, 1}})};
+    // The first pair takes 3 bytes; the record ends where the next header would be.
+    cutAt_ = f.firstAttributeOffset + name.size() + kMappingPairsOffset + 3;
+    f.allocatedSize = static_cast<uint32_t>(cutAt_);
+    builder_.SetRecord(30, FileRecordBytes(f));
+    builder_.PutCluster(kDataCluster, tolvartest::PatternBytes(4096));
+  }
+
+  static constexpr std::size_t kMappingPairsOffset = 0x48;  // of an unnamed non-resident attribute
+  std::size_t cutAt_ = 0;
+};
+
+TEST_F(CutMappingPairsTest, EveryReadAndExtentListingReportsTheReadPastTheRecordAgain) {
+  auto volume = Open();
+  auto data = volume->GetMftTable()->GetRecord(30, true)->GetAttributes(0x80);
+  ASSERT_EQ(data.size(), 1u);
+  DrainErrors();
+  auto reader = data[0]->CreateReader();
+  Bytes first(4096);
+  EXPECT_EQ(reader->Read(first.data(), 4096, 0), 4096u);
+  EXPECT_EQ(first, tolvartest::PatternBytes(4096));
+  Bytes second(100);
+  EXPECT_EQ(reader->Read(second.data(), 100, 50), 100u);
+  EXPECT_EQ(second, Bytes(first.begin() + 50, first.begin() + 150));
+  auto extents = reader->GetExtents();
+  ASSERT_EQ(extents.size(), 1u);
+  EXPECT_EQ(extents[0].volumeOffset, kDataCluster * 4096);
+  const std::string message =
+      "MftRecord::Read after(" + std::to_string(cutAt_) + ") size(" + std::to_string(cutAt_) + ")";
+  EXPECT_EQ(DrainErrors(), std::vector<ErrorRecord>(3, Record(2, message)));
 }
 
 }  // namespace

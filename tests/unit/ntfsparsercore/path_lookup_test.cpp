@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "ntfsparsercore/io/cache_proxy.h"
 #include "tests/fixtures/error_queue_test.h"
+#include "tests/fixtures/fault_source.h"
 #include "tests/fixtures/memory_source.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 
@@ -226,6 +228,100 @@ TEST_F(LargeDirectoryTest, FileInsideIndexBlocksIsFoundThroughTheSubNodes) {
   auto middle = Find("/file50.txt");
   ASSERT_NE(middle, nullptr);
   EXPECT_EQ(middle->GetSize(), 50u);
+}
+
+// A directory whose index root has three sub-nodes: blocks 0, 1 and 3 hold
+// entries, block 2 is unused (all zeros) and is met by every map built.
+class ThreeSubNodeDirectoryTest : public PathLookupTest {
+ protected:
+  static constexpr uint64_t kAllocationCluster = 100;
+
+  void SetUp() override {
+    PathLookupTest::SetUp();
+    std::vector<Bytes> blocks[3];
+    blocks[0].push_back(IndexEntryBytes(kRoot, 0));  // the root lists itself as "."
+    for (uint64_t n = 40; n < 50; ++n) blocks[0].push_back(IndexEntryBytes(n, 0));
+    for (uint64_t n = 51; n < 60; ++n) blocks[1].push_back(IndexEntryBytes(n, 0));
+    for (uint64_t n = 61; n < 64; ++n) blocks[2].push_back(IndexEntryBytes(n, 0));
+    for (auto& block : blocks) block.push_back(IndexEntryBytes(0, 0x02));
+    builder_.PutCluster(kAllocationCluster, tolvartest::IndexBlockBytes(4096, 512, 0, blocks[0]));
+    builder_.PutCluster(kAllocationCluster + 1, tolvartest::IndexBlockBytes(4096, 512, 1, blocks[1]));
+    builder_.PutCluster(kAllocationCluster + 3, tolvartest::IndexBlockBytes(4096, 512, 3, blocks[2]));
+    builder_.SetRoot({IndexEntryBytes(50, 0x01, 0), IndexEntryBytes(60, 0x01, 1), IndexEntryBytes(0, 0x03, 3)},
+                     {tolvartest::NonResidentAttribute(0xA0, 3, 0, 3, 4 * 4096, {{4, kAllocationCluster, 1, 1}},
+                                                       "$I30")});
+    for (uint64_t n = 40; n < 64; ++n) {
+      builder_.AddFile(n, "file" + std::to_string(n) + ".txt", {tolvartest::ResidentData(1, Bytes(n, 1))});
+    }
+  }
+
+  static ErrorRecord Unused() { return Record(3, "Unexpected record type. Was expected(1480871497), actual(0)"); }
+  static ErrorRecord EndMarker() { return Record(3, "Unexpected attribute type was expected(4096), actual(4294967295)"); }
+
+  // The messages of one listing of the root: the walk of its record for the
+  // index root, then for each of its three sub-nodes the walk for the index
+  // allocation and the unused block met while the block map is built.
+  static std::vector<ErrorRecord> Listing() {
+    return {EndMarker(), EndMarker(), Unused(), EndMarker(), Unused(), EndMarker(), Unused()};
+  }
+
+  static void Append(std::vector<ErrorRecord>* to, const std::vector<ErrorRecord>& more) {
+    to->insert(to->end(), more.begin(), more.end());
+  }
+};
+
+TEST_F(ThreeSubNodeDirectoryTest, ListingReportsTheUnusedBlockOncePerSubNodeOfTheRoot) {
+  auto volume = Open();
+  std::vector<uint64_t> expected{kRoot};
+  for (uint64_t n = 40; n < 64; ++n) expected.push_back(n);
+  EXPECT_EQ(ListDirectory(volume->GetMftTable()->GetRecord(kRoot, true)), expected);
+  EXPECT_EQ(DrainErrors(), Listing());
+  // A second listing reads and reports the same again.
+  EXPECT_EQ(ListDirectory(volume->GetMftTable()->GetRecord(kRoot, true)), expected);
+  EXPECT_EQ(DrainErrors(), Listing());
+}
+
+TEST_F(ThreeSubNodeDirectoryTest, LookupReportsEachListingThenOneRecordWalkPerNameCompared) {
+  auto file = Find("/file62.txt");
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(file->GetSize(), 62u);
+  // The root is listed for "." and again for the file name; the names of
+  // ".", files 40 to 61 and file 62 are read, then file 62's data.
+  std::vector<ErrorRecord> expected = Listing();
+  expected.push_back(EndMarker());
+  Append(&expected, Listing());
+  expected.insert(expected.end(), 1 + 22 + 1 + 1, EndMarker());
+  EXPECT_EQ(DrainErrors(), expected);
+  // A missing name reads every name of the listing.
+  EXPECT_EQ(Find("/file99.txt"), nullptr);
+  expected = Listing();
+  expected.push_back(EndMarker());
+  Append(&expected, Listing());
+  expected.insert(expected.end(), 1 + 24, EndMarker());
+  EXPECT_EQ(DrainErrors(), expected);
+}
+
+TEST_F(ThreeSubNodeDirectoryTest, BlocksThatCannotBeReadAreTriedAndReportedAgainForEverySubNode) {
+  // The device fails from block 2 of the allocation on; it is read through a
+  // cache line, as volumes are.
+  auto device = std::make_shared<tolvartest::FaultSource>(builder_.Image());
+  device->FailFrom((kAllocationCluster + 2) * 4096);
+  std::shared_ptr<NtfsVolume> volume(
+      NtfsVolume::Create(std::make_shared<ntfsparsercore::io::CacheProxy>(device, 4096), 1 << 20));
+  ASSERT_TRUE(volume);
+  DrainErrors();
+  std::vector<uint64_t> expected{kRoot};
+  for (uint64_t n = 40; n < 61; ++n) expected.push_back(n);
+  EXPECT_EQ(ListDirectory(volume->GetMftTable()->GetRecord(kRoot, true)), expected);
+  // Per sub-node: the record walk for the index allocation, then blocks 2
+  // and 3, each failing on the device and then as a block header.
+  std::vector<ErrorRecord> messages{EndMarker()};
+  for (int subNode = 0; subNode < 3; ++subNode) {
+    Append(&messages, {EndMarker(), Record(1, "Failed read cluster, position 417792"),
+                       Record(3, "MultiSectorHeader read failed"), Record(1, "Failed read cluster, position 421888"),
+                       Record(3, "MultiSectorHeader read failed")});
+  }
+  EXPECT_EQ(DrainErrors(), messages);
 }
 
 }  // namespace

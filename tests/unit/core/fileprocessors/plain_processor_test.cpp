@@ -47,12 +47,46 @@ TEST(PlainProcessor, NoChangedBlocksUnderTheExtentsMarkNothing) {
   EXPECT_TRUE(MarkedBlocks(file, changed).empty());
 }
 
+TEST(PlainProcessor, OnlyTheVolumeBlocksUnderAPieceCount) {
+  // File blocks 0..2 lie on volume blocks 5..7 (the last one 100 bytes);
+  // block 4 just before them and blocks 8 and 1,000 after them changed.
+  auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{2 * kBlock + 100, 5 * kBlock, 2 * kBlock + 100}});
+  BitMap changed(128);
+  changed.Set(4);
+  changed.Set(8);
+  changed.Set(1000);
+  EXPECT_TRUE(MarkedBlocks(file, changed).empty());
+  changed.Set(7);
+  EXPECT_EQ(MarkedBlocks(file, changed), (std::vector<uint64_t>{2}));
+}
+
 TEST(PlainProcessor, AnUnalignedPieceTouchesEveryVolumeBlockItSpans) {
   // One block of the file at volume offset 2,048 spans volume blocks 0 and 1.
   auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{kBlock, 2048, kBlock}});
   BitMap changed(1);
   changed.Set(1);
   EXPECT_EQ(MarkedBlocks(file, changed), (std::vector<uint64_t>{0}));
+}
+
+TEST(PlainProcessor, EachBlockOfAnUnalignedExtentTouchesTheTwoVolumeBlocksItSpans) {
+  // File blocks 0, 1 and 2 at volume offset 2,048 span volume blocks 0-1,
+  // 1-2 and 2-3; only volume block 2 changed.
+  auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{3 * kBlock, 2048, 3 * kBlock}});
+  BitMap changed(1);
+  changed.Set(2);
+  EXPECT_EQ(MarkedBlocks(file, changed), (std::vector<uint64_t>{1, 2}));
+  BitMap last(1);
+  last.Set(3);
+  EXPECT_EQ(MarkedBlocks(file, last), (std::vector<uint64_t>{2}));
+}
+
+TEST(PlainProcessor, AnExtentReachingTheTopOfTheOffsetRangeIsTestedUpToTheBitmapEnd) {
+  // The extent's end would pass 2^64; nothing past the bitmap is changed.
+  const uint64_t top = ~uint64_t{0};
+  auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{3 * kBlock, top - kBlock, 3 * kBlock}});
+  BitMap changed(4);
+  changed.Set(31);
+  EXPECT_TRUE(MarkedBlocks(file, changed).empty());
 }
 
 TEST(PlainProcessor, AnExtentEndingInsideABlockCarriesThePositionIntoTheNext) {

@@ -126,6 +126,27 @@ TEST_F(HotPageProxyTest, MissReplacesTheLeastRecentlyUsedProxy) {
   EXPECT_EQ(pool_->GetPage(2), 1u);
 }
 
+TEST_F(HotPageProxyTest, RepeatedReadsOfTheNewestPageStampItEachTimeAndKeepTheVictimOrder) {
+  MakePool(3);
+  ReadBack(0, 4);          // proxy 0, stamp 1
+  ReadBack(kPage, 4);      // proxy 1, stamp 2
+  ReadBack(2 * kPage, 4);  // proxy 2, stamp 3
+  for (uint64_t stamp = 4; stamp < 7; ++stamp) {
+    EXPECT_EQ(ReadBack(2 * kPage + stamp, 2), Expected(2 * kPage + stamp, 2));
+    EXPECT_EQ(pool_->GetLastUse(2), stamp);
+    EXPECT_EQ(pool_->GetAccessCounter(), stamp);
+  }
+  ReadBack(0, 4);  // proxy 0, stamp 7
+  source_->ForgetCalls();
+  EXPECT_EQ(ReadBack(6 * kPage, 4), Expected(6 * kPage, 4));
+  EXPECT_EQ(pool_->GetPage(1), 6u);
+  EXPECT_EQ(source_->Calls(), (std::vector<ReadCall>{{6 * kPage, kPage}}));
+  // Then proxy 2 (stamp 6) goes before proxy 0 (stamp 7).
+  ReadBack(7 * kPage, 4);
+  EXPECT_EQ(pool_->GetPage(2), 7u);
+  EXPECT_EQ(pool_->GetPage(0), 0u);
+}
+
 TEST_F(HotPageProxyTest, VictimsMatchAFullScanForTheSmallestStamp) {
   const uint64_t pages = 16;
   MakePool(5, kPage * pages);
