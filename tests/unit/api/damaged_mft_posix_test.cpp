@@ -14,13 +14,13 @@
 #include "api/error_queue.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/ntfs_image_builder.h"
+#include "tests/fixtures/store_ntfs_image.h"
 #include "tests/fixtures/temp_volume_file.h"
 #include "tests/fixtures/vss_store_builder.h"
 #include "tolvar/tolvar.h"
 
 namespace {
 
-using tolvartest::Bytes;
 using tolvartest::DrainErrors;
 using tolvartest::NtfsImageBuilder;
 using tolvartest::Record;
@@ -28,100 +28,22 @@ namespace vss = tolvartest::vss;
 
 constexpr uint32_t kFlags = TOLVAR_OPTION_ERROR_QUEUE;
 constexpr uint64_t kBlockSize = 4096;
-constexpr uint64_t kCluster = NtfsImageBuilder::kClusterSize;
-constexpr uint64_t kRecordSize = NtfsImageBuilder::kRecordSize;
-constexpr uint64_t kTotalClusters = 1024;  // a 4 MiB NTFS volume fills the image
-constexpr uint64_t kVolumeSize = kTotalClusters * kCluster;
-// The store's pages lie at 1 MiB (free clusters of the volume); the MFT is
-// moved to 2 MiB, past them, so that an image cut inside the MFT still
-// holds a whole store.
-constexpr uint64_t kMftCluster = 512;
-constexpr uint64_t kMftOffset = kMftCluster * kCluster;
-constexpr uint64_t kMftBytes = NtfsImageBuilder::kMftClusters * kCluster;
-constexpr uint64_t kOldDataOffset = 3 * vss::kMiB;  // old contents of the blocks changed after the older snapshot
-constexpr uint64_t kStoreBlock = 16384;
-constexpr uint64_t kMftClusterField = 48;   // boot sector: cluster number of the MFT
-constexpr uint64_t kUsaCountField = 6;      // file record: update sequence array count
+using Image = tolvartest::StoreNtfsImage;
+constexpr uint64_t kCluster = Image::kCluster;
+constexpr uint64_t kRecordSize = Image::kRecordSize;
+constexpr uint64_t kMftOffset = Image::kMftOffset;
+constexpr uint64_t kStoreBlock = Image::kStoreBlock;
+constexpr uint64_t kA = Image::kA;
+constexpr uint64_t kB = Image::kB;
+constexpr uint64_t kSmall = Image::kSmall;
+constexpr uint64_t kUsaCountField = 6;  // file record: update sequence array count
 constexpr uint64_t kSectorSize = 512;
-// Record 0's data attribute starts here, so that its mapping pairs
-// straddle the end of the record's first sector, where the fix-up goes.
-constexpr uint64_t kMftDataAttributeAt = 432;
-constexpr uint64_t kAttributeHeaderSize = 0x18;  // resident attribute header
-
-// Records of the files.
-constexpr uint64_t kA = 30;      // /a.bin: clusters 40-42, contents changed
-constexpr uint64_t kB = 31;      // /b.bin: clusters 60-62, the last moved to 70 in the newer version
-constexpr uint64_t kSmall = 33;  // /small.txt: resident, text changed
 
 const std::string kEndMarker = "Unexpected attribute type was expected(4096), actual(4294967295)";
 
-std::string ShadowCopyId(uint32_t n) { return vss::Id(0x100 + n).ToString(); }
+std::string ShadowCopyId(uint32_t n) { return Image::ShadowCopyId(n); }
 
-// The MFT's own record: its name, a filler attribute that moves the data
-// attribute to kMftDataAttributeAt, and the data attribute, whose one run
-// of the MFT's clusters is given an 8-byte cluster delta.
-Bytes MftRecordZero() {
-  using namespace tolvartest;
-  Bytes name = FileNameAttribute(1, NtfsImageBuilder::kRootRecord, "$MFT", 3);
-  AttributeFields filler;
-  filler.type = 0x10;
-  filler.id = 3;
-  filler.value = Bytes(kMftDataAttributeAt - 0x38 - name.size() - kAttributeHeaderSize, 0);
-  Bytes data = NonResidentAttribute(0x80, 2, 0, NtfsImageBuilder::kMftClusters - 1, kMftBytes,
-                                    {{NtfsImageBuilder::kMftClusters, static_cast<int64_t>(kMftCluster), 1, 8}});
-  FileRecordFields mft;
-  mft.attributes = {name, AttributeBytes(filler), data};
-  return FileRecordBytes(mft);
-}
-
-// One version of the volume, its MFT moved to kMftCluster.
-Bytes Volume(bool newer) {
-  using namespace tolvartest;
-  NtfsImageBuilder builder(kTotalClusters);
-  builder.SetRoot({IndexEntryBytes(NtfsImageBuilder::kRootRecord, 0), IndexEntryBytes(kA, 0), IndexEntryBytes(kB, 0),
-                   IndexEntryBytes(kSmall, 0)});
-  builder.AddFile(kA, "a.bin", {NonResidentAttribute(0x80, 1, 0, 2, 3 * kCluster - 100, {{3, 40, 1, 1}})});
-  for (uint64_t c = 40; c < 43; ++c) builder.PutCluster(c, Bytes(kCluster, newer ? 0x5a : 0xa5));
-  if (newer) {
-    builder.AddFile(kB, "b.bin", {NonResidentAttribute(0x80, 1, 0, 2, 3 * kCluster, {{2, 60, 1, 1}, {1, 10, 1, 1}})});
-  } else {
-    builder.AddFile(kB, "b.bin", {NonResidentAttribute(0x80, 1, 0, 2, 3 * kCluster, {{3, 60, 1, 1}})});
-  }
-  for (uint64_t c : {60, 61, 62, 70}) builder.PutCluster(c, Bytes(kCluster, 0x33));
-  const std::string text = newer ? "hello, newer" : "hello";
-  builder.AddFile(kSmall, "small.txt", {ResidentData(1, Bytes(text.begin(), text.end()))});
-
-  Bytes image = builder.Image();
-  const uint64_t from = NtfsImageBuilder::kMftCluster * kCluster;
-  Bytes mft(image.begin() + from, image.begin() + from + kMftBytes);
-  std::fill(image.begin() + from, image.begin() + from + kMftBytes, 0);
-  PutBytes(&mft, 0, MftRecordZero());
-  PutBytes(&image, kMftOffset, mft);
-  PutLe64(&image, kMftClusterField, kMftCluster);
-  return image;
-}
-
-// The newer volume as the current one, with a store whose older snapshot
-// keeps the old contents of every 16 KiB block that differs.
-vss::BuiltStore BuildImage() {
-  const Bytes older = Volume(false);
-  const Bytes newer = Volume(true);
-  vss::StoreWriter writer(kVolumeSize);
-  writer.Source()->Write(0, newer);
-  vss::StoreSpec spec;
-  spec.volumeSize = kVolumeSize;
-  spec.snapshots = {vss::Snap(1, 10), vss::Snap(2, 20)};
-  uint64_t kept = kOldDataOffset;
-  for (uint64_t block = 0; block < kVolumeSize; block += kStoreBlock) {
-    if (std::equal(older.begin() + block, older.begin() + block + kStoreBlock, newer.begin() + block)) continue;
-    vss::Descriptor descriptor = vss::Block(block);
-    descriptor.storeData = kept;
-    writer.Source()->Write(kept, older.data() + block, kStoreBlock);
-    spec.snapshots[0].descriptors.push_back(descriptor);
-    kept += kStoreBlock;
-  }
-  return vss::BuildStore(spec, &writer);
-}
+vss::BuiltStore BuildImage() { return Image::Build(); }
 
 // What one run of the file exports did: each call's status and the
 // messages it left, oldest first.
@@ -304,7 +226,7 @@ TEST_F(DamagedMft, MftRecordZeroWithoutItsFixUpArray) {
   // cluster offset: the MFT's stream then lies at cluster 0x0A0B00000200,
   // far past the volume, whose read is reported at the low 32 bits of its
   // position.
-  const uint64_t runCluster = (uint64_t{0x0A0B} << 32) | kMftCluster;
+  const uint64_t runCluster = (uint64_t{0x0A0B} << 32) | Image::kMftCluster;
   const uint64_t rootPage = NtfsImageBuilder::kRootRecord * kRecordSize / kCluster * kCluster;
   EXPECT_EQ(outcome.sizeStatus, TOLVAR_E_NOT_FOUND);
   EXPECT_EQ(outcome.sizeMessages,
