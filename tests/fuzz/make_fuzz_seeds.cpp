@@ -11,6 +11,8 @@
 //   make_fuzz_seeds lznt1 DIR                 compression units
 //   make_fuzz_seeds file-changes DIR          two versions of small volumes
 //                                             with files, for the file exports
+//   make_fuzz_seeds store-files DIR           the same in stores, with the
+//                                             Init target's option bytes
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -20,6 +22,7 @@
 
 #include "tests/fixtures/file_volume_images.h"
 #include "tests/fixtures/memory_source.h"
+#include "tests/fixtures/store_ntfs_image.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 #include "tests/fixtures/vss_store_builder.h"
 #include "tests/fuzz/file_changes_input.h"
@@ -282,6 +285,31 @@ void FileVersions(const std::string& dir) {
                 compressedNewer);
 }
 
+// Two versions of a volume in a store: the option bytes, then the store's image.
+void WriteStoreVersions(const std::string& path, uint8_t blockSelector, uint8_t options,
+                        const tolvartest::vss::BuiltStore& built) {
+  std::vector<uint8_t> bytes = {blockSelector, options};
+  std::vector<uint8_t> volume = SparseVolumeInput::Encode(*built.source);
+  bytes.insert(bytes.end(), volume.begin(), volume.end());
+  Write(path, bytes);
+}
+
+// The files of FileVersions, in stores whose shadow copies are the two
+// versions: the default volume of StoreNtfsImage (MFT at 2 MiB, a moved
+// and a changed file) and the compressed and sparse files.
+void StoreFileVersions(const std::string& dir) {
+  using tolvartest::StoreNtfsImage;
+  constexpr uint8_t kMissingPath = 0x02;
+  constexpr uint8_t kNewestPass = 0x01;
+  const tolvartest::vss::BuiltStore moved = StoreNtfsImage::Build();
+  WriteStoreVersions(dir + "/moved-4k", 0, 0, moved);
+  WriteStoreVersions(dir + "/moved-64k-newest-missing", 15, kNewestPass | kMissingPath, moved);
+  const tolvartest::vss::BuiltStore compressed =
+      StoreNtfsImage::Build(CompressedAndSparseVolume(false), CompressedAndSparseVolume(true));
+  WriteStoreVersions(dir + "/compressed-sparse-4k", 0, 0, compressed);
+  WriteStoreVersions(dir + "/compressed-sparse-16k", 3, 0, compressed);
+}
+
 // Units of 4 KiB clusters (selector 3): one stored chunk, one compressed
 // chunk with a back-reference, and a chunk followed by the end marker.
 void Units(const std::string& dir) {
@@ -299,7 +327,7 @@ void Units(const std::string& dir) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|ntfs-records|lznt1|file-changes DIR "
+    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|ntfs-records|lznt1|file-changes|store-files DIR "
                  "[IMAGE START LENGTH]...\n";
     return 2;
   }
@@ -316,6 +344,8 @@ int main(int argc, char** argv) {
     Units(dir);
   } else if (kind == "file-changes") {
     FileVersions(dir);
+  } else if (kind == "store-files") {
+    StoreFileVersions(dir);
   } else if (kind == "ntfs") {
     BuiltVolumes(dir);
     for (int i = 3; i + 2 < argc; i += 3) {
