@@ -18,6 +18,9 @@ class IVolume : public io::ISource {
   virtual uint32_t GetSectorSize() = 0;
   // Bytes per cluster: the unit of data runs and compression units.
   virtual uint64_t GetClusterSize() = 0;
+  // Bytes of the source beneath the volume, past which no read delivers
+  // anything; the volume size when it has no other source.
+  virtual uint64_t GetSourceSize() { return GetSize(); }
 };
 
 }  // namespace ntfsparsercore

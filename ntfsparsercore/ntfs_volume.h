@@ -31,6 +31,9 @@ class NtfsVolume : public IVolume {
   uint64_t GetSize() override { return volumeSize_; }
   uint32_t GetSectorSize() override { return bytesPerSector_; }
   uint64_t GetClusterSize() override { return clusterSize_; }
+  // The size of the source the volume lies in, which a damaged boot sector
+  // may make smaller than the volume size.
+  uint64_t GetSourceSize() override { return source_->GetSize(); }
   // The volume's MFT table; the volume keeps ownership.
   virtual MftTable* GetMftTable() { return mftTable_.get(); }
 

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace tolvarcore {
 namespace fileprocessors {
+
+using ntfsparsercore::attributes::readers::Extent;
 
 namespace {
 constexpr uint8_t kAllChanged = 0xFF;  // every bit of a map byte set
@@ -39,6 +42,14 @@ void FileVersionComparer::CompareExtents(BitMap& fileBitmap, uint64_t step) {
   while (!newer.AtEnd()) {
     auto& n = newer.Current();
     if (older.AtEnd()) {
+      // Steps that end no extent give the same outcome each time; with a
+      // small cluster size there can be billions of them: they go together.
+      const uint64_t repeats = Repeats(n, nullptr, position, step);
+      if (repeats > 0) {
+        MarkSteps(fileBitmap, position, step, repeats);
+        Skip(n, step, repeats, &position);
+        continue;
+      }
       fileBitmap.Set(position / blockSize_);
       Advance(newer, step, &position);
       continue;
@@ -51,10 +62,50 @@ void FileVersionComparer::CompareExtents(BitMap& fileBitmap, uint64_t step) {
       ++older.index;
       continue;
     }
-    if (a.volumeOffset != n.volumeOffset) fileBitmap.Set(position / blockSize_);
+    const bool differs = a.volumeOffset != n.volumeOffset;
+    // As above: the extents stay unequal, and their offsets as far apart, for
+    // every step that ends neither of them.
+    const uint64_t repeats = Repeats(n, &a, position, step);
+    if (repeats > 0) {
+      if (differs) MarkSteps(fileBitmap, position, step, repeats);
+      Skip(n, step, repeats, &position);
+      Skip(a, step, repeats, nullptr);
+      continue;
+    }
+    if (differs) fileBitmap.Set(position / blockSize_);
     Advance(newer, step, &position);
     Advance(older, step, nullptr);
   }
+}
+
+uint64_t FileVersionComparer::Repeats(const Extent& n, const Extent* a, uint64_t position, uint64_t step) {
+  const uint64_t top = std::numeric_limits<uint64_t>::max();
+  // Every step but the last of the shorter extent leaves both with a step
+  // or more to go; the last one, which may end an extent, is taken alone.
+  uint64_t steps = n.logicalSize / step;
+  if (a != nullptr) steps = std::min(steps, a->logicalSize / step);
+  if (steps < 2) return 0;
+  steps -= 1;
+  // Neither the position nor a stored extent's offset may wrap round within
+  // the steps taken together; a wrap is left to the single steps.
+  steps = std::min(steps, (top - position) / step);
+  if (n.volumeOffset != 0) steps = std::min(steps, (top - n.volumeOffset) / step);
+  if (a != nullptr && a->volumeOffset != 0) steps = std::min(steps, (top - a->volumeOffset) / step);
+  return steps;
+}
+
+void FileVersionComparer::MarkSteps(BitMap& fileBitmap, uint64_t position, uint64_t step, uint64_t steps) const {
+  // A step is at most one block long, so the steps' positions fall in every
+  // block from the first to the last; blocks past the map's end hold no bit.
+  const uint64_t first = position / blockSize_;
+  const uint64_t last = std::min((position + (steps - 1) * step) / blockSize_, fileBitmap.BitCount() - 1);
+  for (uint64_t block = first; block <= last && block < fileBitmap.BitCount(); ++block) fileBitmap.Set(block);
+}
+
+void FileVersionComparer::Skip(Extent& e, uint64_t step, uint64_t steps, uint64_t* position) {
+  e.logicalSize -= steps * step;
+  if (position) *position += steps * step;
+  if (e.volumeOffset != 0) e.volumeOffset += steps * step;
 }
 
 void FileVersionComparer::Advance(ExtentCursor& cursor, uint64_t step, uint64_t* position) {

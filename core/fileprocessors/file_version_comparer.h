@@ -42,6 +42,16 @@ class FileVersionComparer {
   // Moves the cursor's current extent on by step bytes of its logical range,
   // adding them to *position when position is given.
   static void Advance(ExtentCursor& cursor, uint64_t step, uint64_t* position);
+  // How many steps from position can be taken at once: steps that end
+  // neither the newer extent n nor the older one a (null when the older
+  // version has ended) and wrap no offset; 0 when fewer than one.
+  static uint64_t Repeats(const ntfsparsercore::attributes::readers::Extent& n,
+                          const ntfsparsercore::attributes::readers::Extent* a, uint64_t position, uint64_t step);
+  // Sets the bits of the blocks that steps steps from position fall in.
+  void MarkSteps(BitMap& fileBitmap, uint64_t position, uint64_t step, uint64_t steps) const;
+  // Moves e on by steps steps at once, as that many calls of Advance would
+  // that do not end it.
+  static void Skip(ntfsparsercore::attributes::readers::Extent& e, uint64_t step, uint64_t steps, uint64_t* position);
 
   uint64_t blockSize_;                                       // the handle's block size in bytes
   std::shared_ptr<ntfsparsercore::io::NtfsFile> olderFile_;  // the older version; empty when there is none

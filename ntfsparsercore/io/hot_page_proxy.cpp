@@ -1,35 +1,19 @@
 #include "ntfsparsercore/io/hot_page_proxy.h"
 
 #include <algorithm>
-#include <functional>
-#include <numeric>
 
 namespace ntfsparsercore {
 namespace io {
 
-// The victim is the proxy with the smallest last-use stamp; among equal
-// stamps the one whose address orders first wins. Every use stamps a proxy
-// with a fresh, strictly larger counter value, so the proxies form one
-// recency list: those never used (stamp 0) first in address order, then the
-// used ones in the order of their last use. The victim is its head, found in
-// constant time, and a use moves a proxy to its tail.
+// Least recently used replacement over proxies that are made on first use.
+// An unused proxy has a last-use stamp of 0 and so always goes before a used
+// one: a page that no proxy holds first takes the unused proxy of the lowest
+// number, dropping that proxy's initial page. Once every proxy has been used,
+// the victim is the head of the recency list, in which every use moves a
+// proxy to the tail; both choices take constant time.
 
 HotPageProxy::HotPageProxy(std::shared_ptr<ISource> source, uint64_t pageSize, uint64_t pageCount)
-    : source_(std::move(source)), pageSize_(pageSize) {
-  const uint64_t count = std::max<uint64_t>(pageCount, 1);
-  slots_.resize(static_cast<std::size_t>(count));
-  for (std::size_t i = 0; i < slots_.size(); ++i) {
-    slots_[i].proxy.reset(new CacheProxy(source_, pageSize_));
-    slots_[i].page = i;
-    pageMap_[i] = i;
-  }
-  std::vector<std::size_t> byAddress(slots_.size());
-  std::iota(byAddress.begin(), byAddress.end(), 0);
-  std::sort(byAddress.begin(), byAddress.end(), [this](std::size_t a, std::size_t b) {
-    return std::less<const CacheProxy*>()(slots_[a].proxy.get(), slots_[b].proxy.get());
-  });
-  for (std::size_t slot : byAddress) AppendNewest(slot);
-}
+    : source_(std::move(source)), proxyCount_(std::max<uint64_t>(pageCount, 1)), pageSize_(pageSize) {}
 
 uint64_t HotPageProxy::Read(void* buffer, uint64_t size, uint64_t offset) {
   // A page size of 0 would divide by zero; such a pool delivers nothing.
@@ -47,15 +31,7 @@ uint64_t HotPageProxy::Read(void* buffer, uint64_t size, uint64_t offset) {
       slot = newest_;
       slots_[slot].lastUse = accessCounter_;
     } else {
-      auto hit = pageMap_.find(page);
-      if (hit != pageMap_.end()) {
-        slot = hit->second;
-      } else {
-        slot = TakeVictim();
-        pageMap_.erase(slots_[slot].page);
-        pageMap_[page] = slot;
-        slots_[slot].page = page;
-      }
+      slot = SlotFor(page);
       Touch(slot);
     }
     const uint64_t delivered = slots_[slot].proxy->Read(out + done, n, position);
@@ -67,7 +43,48 @@ uint64_t HotPageProxy::Read(void* buffer, uint64_t size, uint64_t offset) {
 
 uint64_t HotPageProxy::GetSize() { return source_->GetSize(); }
 
-std::size_t HotPageProxy::TakeVictim() { return oldest_; }
+uint64_t HotPageProxy::GetLastUse(uint64_t proxyIndex) const {
+  auto used = slotOfProxy_.find(proxyIndex);
+  return used == slotOfProxy_.end() ? 0 : slots_[used->second].lastUse;
+}
+
+uint64_t HotPageProxy::GetPage(uint64_t proxyIndex) const {
+  auto used = slotOfProxy_.find(proxyIndex);
+  return used == slotOfProxy_.end() ? proxyIndex : slots_[used->second].page;
+}
+
+// The slot that serves page: the used proxy mapped to it, the unused proxy
+// still on it from the start, or a victim remapped to it.
+std::size_t HotPageProxy::SlotFor(uint64_t page) {
+  auto hit = pageMap_.find(page);
+  if (hit != pageMap_.end()) return hit->second;
+  if (page < proxyCount_ && slotOfProxy_.count(page) == 0) return MakeSlot(page, page);
+  if (slots_.size() < proxyCount_) return MakeSlot(NextUnused(), page);
+  const std::size_t victim = oldest_;
+  pageMap_.erase(slots_[victim].page);
+  pageMap_[page] = victim;
+  slots_[victim].page = page;
+  return victim;
+}
+
+// Brings proxy index into use, serving page.
+std::size_t HotPageProxy::MakeSlot(uint64_t index, uint64_t page) {
+  Slot made;
+  made.proxy.reset(new CacheProxy(source_, pageSize_));
+  made.page = page;
+  slots_.push_back(std::move(made));
+  const std::size_t slot = slots_.size() - 1;
+  slotOfProxy_[index] = slot;
+  pageMap_[page] = slot;
+  AppendNewest(slot);
+  return slot;
+}
+
+// The lowest number of a proxy not yet used; called only while one exists.
+uint64_t HotPageProxy::NextUnused() {
+  while (slotOfProxy_.count(firstUnused_) != 0) ++firstUnused_;
+  return firstUnused_;
+}
 
 void HotPageProxy::Touch(std::size_t slot) {
   slots_[slot].lastUse = accessCounter_;

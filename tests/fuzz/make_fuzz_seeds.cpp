@@ -9,6 +9,10 @@
 //                                             from each partition given
 //   make_fuzz_seeds ntfs-records DIR          small volumes built in memory
 //   make_fuzz_seeds lznt1 DIR                 compression units
+//   make_fuzz_seeds file-changes DIR          two versions of small volumes
+//                                             with files, for the file exports
+//   make_fuzz_seeds store-files DIR           the same in stores, with the
+//                                             Init target's option bytes
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -16,9 +20,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/fixtures/file_volume_images.h"
 #include "tests/fixtures/memory_source.h"
+#include "tests/fixtures/store_ntfs_image.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 #include "tests/fixtures/vss_store_builder.h"
+#include "tests/fuzz/file_changes_input.h"
 #include "tests/fuzz/ntfs_workload.h"
 #include "tests/fuzz/partition_file_source.h"
 #include "tests/fuzz/recording_source.h"
@@ -182,6 +189,127 @@ void SmallVolumes(const std::string& dir) {
   WriteImage(dir + "/attribute-list-and-compressed", listed.Image());
 }
 
+// The input of the file exports' target for two versions of a volume.
+void WriteVersions(const std::string& path, uint8_t blockSelector, uint8_t options, const tolvartest::Bytes& older,
+                   const tolvartest::Bytes& newer) {
+  tolvartest::SparseSource olderSource(older.size());
+  olderSource.Write(0, older);
+  tolvartest::SparseSource newerSource(newer.size());
+  newerSource.Write(0, newer);
+  Write(path, tolvarfuzz::FileChangesInput::Encode(blockSelector, options, olderSource, newerSource));
+}
+
+// One version of a volume with a compressed file of two units (the second
+// one moved in the newer version), a sparse file whose last cluster
+// changed, a directory with an index allocation block holding a file whose
+// data changed in place, and a resident file whose text changed.
+tolvartest::Bytes CompressedAndSparseVolume(bool newer) {
+  using namespace tolvartest;
+  constexpr uint64_t kCompressedRecord = 20;
+  constexpr uint64_t kSparseRecord = 21;
+  constexpr uint64_t kDirectoryRecord = 22;
+  constexpr uint64_t kInnerRecord = 23;
+  constexpr uint64_t kResidentRecord = 24;
+  constexpr uint64_t kIndexCluster = 30;
+  constexpr int64_t kFirstUnitCluster = 40;
+  const int64_t secondUnitCluster = newer ? 50 : 41;
+  constexpr int64_t kSparseCluster = 60;
+  constexpr int64_t kInnerCluster = 70;
+  const Bytes chunk = {0x07, 0xB0, 0x08, 'a', 'b', 'c', 0x03, 0x20, 0, 0};  // "abcabcabc" in one LZNT1 chunk
+
+  NtfsImageBuilder builder;
+  // Path lookup starts from the root's own entry, ".".
+  builder.SetRoot({IndexEntryBytes(NtfsImageBuilder::kRootRecord, 0x00), IndexEntryBytes(kCompressedRecord, 0x00),
+                   IndexEntryBytes(kSparseRecord, 0x00),
+                   IndexEntryBytes(kDirectoryRecord, 0x00), IndexEntryBytes(kResidentRecord, 0x00)});
+
+  AttributeFields compressed;
+  compressed.type = 0x80;
+  compressed.flags = 0x0001;
+  compressed.id = 1;
+  compressed.nonResident = true;
+  compressed.lastVcn = 31;
+  compressed.compressionUnit = 4;
+  compressed.allocatedSize = 32 * 4096;
+  compressed.dataSize = compressed.initializedSize = 16 * 4096 + 5000;
+  compressed.compressedSize = 3 * 4096;
+  compressed.mappingPairs = MappingPairs({{1, kFirstUnitCluster, 1, 1}, {15, 0, 1, 0},
+                                          {2, secondUnitCluster - kFirstUnitCluster, 1, 1}, {14, 0, 1, 0}});
+  builder.AddFile(kCompressedRecord, "c.txt", {AttributeBytes(compressed)});
+  builder.PutCluster(kFirstUnitCluster, chunk);
+  builder.PutCluster(static_cast<uint64_t>(secondUnitCluster), chunk);
+
+  AttributeFields sparse;
+  sparse.type = 0x80;
+  sparse.flags = 0x8000;
+  sparse.id = 1;
+  sparse.nonResident = true;
+  sparse.lastVcn = 8;
+  sparse.allocatedSize = 9 * 4096;
+  sparse.dataSize = sparse.initializedSize = 9 * 4096;
+  sparse.mappingPairs = MappingPairs({{2, kSparseCluster, 1, 1}, {6, 0, 1, 0}, {1, 2, 1, 1}});
+  builder.AddFile(kSparseRecord, "s.bin", {AttributeBytes(sparse)});
+  builder.PutCluster(kSparseCluster, Bytes(4096, 0x11));
+  builder.PutCluster(kSparseCluster + 1, Bytes(4096, 0x12));
+  builder.PutCluster(kSparseCluster + 2, Bytes(4096, newer ? 0x23 : 0x13));
+
+  Bytes rootOfDirectory = IndexRootAttribute(1, 4096, {IndexEntryBytes(0, 0x03, 0)});
+  Bytes allocation = NonResidentAttribute(0xA0, 2, 0, 0, 4096, {{1, static_cast<int64_t>(kIndexCluster), 1, 1}}, "$I30");
+  builder.AddFile(kDirectoryRecord, "d", {rootOfDirectory, allocation}, NtfsImageBuilder::kRootRecord, 1, 0x0003);
+  builder.PutCluster(kIndexCluster, IndexBlockBytes(4096, 512, 0, {IndexEntryBytes(kInnerRecord, 0x00),
+                                                                  IndexEntryBytes(0, 0x02)}));
+  builder.AddFile(kInnerRecord, "inner.bin", {NonResidentAttribute(0x80, 1, 0, 1, 6000, {{2, kInnerCluster, 1, 1}})},
+                  kDirectoryRecord);
+  builder.PutCluster(kInnerCluster, Bytes(4096, 0x31));
+  builder.PutCluster(kInnerCluster + 1, Bytes(1904, newer ? 0x42 : 0x32));
+
+  const std::string text = newer ? "newer text" : "older";
+  builder.AddFile(kResidentRecord, "r.txt", {ResidentData(1, Bytes(text.begin(), text.end()))});
+  return builder.Image();
+}
+
+// Versions of small volumes: non-resident files kept, moved, fragmented
+// and new, resident and empty files (FileVolumeImages), compressed and
+// sparse files and a file below a directory.
+void FileVersions(const std::string& dir) {
+  using tolvarfuzz::FileChangesInput;
+  const tolvartest::Bytes older = tolvartest::FileVolumeImages::Build(false);
+  const tolvartest::Bytes newer = tolvartest::FileVolumeImages::Build(true);
+  WriteVersions(dir + "/files-4k", 0, 0, older, newer);
+  WriteVersions(dir + "/files-64k-inverted-missing", 15, FileChangesInput::kInvertChanges | FileChangesInput::kMissingPath,
+                older, newer);
+  const tolvartest::Bytes compressedOlder = CompressedAndSparseVolume(false);
+  const tolvartest::Bytes compressedNewer = CompressedAndSparseVolume(true);
+  WriteVersions(dir + "/compressed-sparse-4k", 0, 0, compressedOlder, compressedNewer);
+  WriteVersions(dir + "/compressed-sparse-16k-inverted", 3, FileChangesInput::kInvertChanges, compressedOlder,
+                compressedNewer);
+}
+
+// Two versions of a volume in a store: the option bytes, then the store's image.
+void WriteStoreVersions(const std::string& path, uint8_t blockSelector, uint8_t options,
+                        const tolvartest::vss::BuiltStore& built) {
+  std::vector<uint8_t> bytes = {blockSelector, options};
+  std::vector<uint8_t> volume = SparseVolumeInput::Encode(*built.source);
+  bytes.insert(bytes.end(), volume.begin(), volume.end());
+  Write(path, bytes);
+}
+
+// The files of FileVersions, in stores whose shadow copies are the two
+// versions: the default volume of StoreNtfsImage (MFT at 2 MiB, a moved
+// and a changed file) and the compressed and sparse files.
+void StoreFileVersions(const std::string& dir) {
+  using tolvartest::StoreNtfsImage;
+  constexpr uint8_t kMissingPath = 0x02;
+  constexpr uint8_t kNewestPass = 0x01;
+  const tolvartest::vss::BuiltStore moved = StoreNtfsImage::Build();
+  WriteStoreVersions(dir + "/moved-4k", 0, 0, moved);
+  WriteStoreVersions(dir + "/moved-64k-newest-missing", 15, kNewestPass | kMissingPath, moved);
+  const tolvartest::vss::BuiltStore compressed =
+      StoreNtfsImage::Build(CompressedAndSparseVolume(false), CompressedAndSparseVolume(true));
+  WriteStoreVersions(dir + "/compressed-sparse-4k", 0, 0, compressed);
+  WriteStoreVersions(dir + "/compressed-sparse-16k", 3, 0, compressed);
+}
+
 // Units of 4 KiB clusters (selector 3): one stored chunk, one compressed
 // chunk with a back-reference, and a chunk followed by the end marker.
 void Units(const std::string& dir) {
@@ -199,7 +327,8 @@ void Units(const std::string& dir) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|ntfs-records|lznt1 DIR [IMAGE START LENGTH]...\n";
+    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|ntfs-records|lznt1|file-changes|store-files DIR "
+                 "[IMAGE START LENGTH]...\n";
     return 2;
   }
   std::string kind = argv[1];
@@ -213,6 +342,10 @@ int main(int argc, char** argv) {
     SmallVolumes(dir);
   } else if (kind == "lznt1") {
     Units(dir);
+  } else if (kind == "file-changes") {
+    FileVersions(dir);
+  } else if (kind == "store-files") {
+    StoreFileVersions(dir);
   } else if (kind == "ntfs") {
     BuiltVolumes(dir);
     for (int i = 3; i + 2 < argc; i += 3) {

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "ntfsparsercore/io/little_endian.h"
@@ -34,16 +35,21 @@ class SparseVolumeInput {
     if (size >= kSizeFieldSize) units = ntfsparsercore::io::LoadLe32(data);
     units = std::min<uint64_t>(std::max<uint64_t>(units, 1), maxUnits);
     auto source = std::make_shared<tolvartest::SparseSource>(units * kUnit);
-    std::size_t at = kSizeFieldSize;
+    if (size > kSizeFieldSize) ApplyPatches(*source, data + kSizeFieldSize, size - kSizeFieldSize);
+    return source;
+  }
+
+  // Writes the patches of data (without a size field) into source.
+  static void ApplyPatches(tolvartest::SparseSource& source, const uint8_t* data, std::size_t size) {
+    std::size_t at = 0;
     while (at + kPatchHeaderSize <= size) {
-      uint64_t offset = ntfsparsercore::io::LoadLe32(data + at) % source->GetSize();
+      uint64_t offset = ntfsparsercore::io::LoadLe32(data + at) % source.GetSize();
       uint64_t length = ntfsparsercore::io::LoadLe16(data + at + 4);
       at += kPatchHeaderSize;
-      length = std::min<uint64_t>({length, size - at, source->GetSize() - offset});
-      source->Write(offset, data + at, length);
+      length = std::min<uint64_t>({length, size - at, source.GetSize() - offset});
+      source.Write(offset, data + at, length);
       at += static_cast<std::size_t>(length);
     }
-    return source;
   }
 
   // Encodes a sparse source: each written 4 KiB chunk with its trailing
@@ -56,14 +62,38 @@ class SparseVolumeInput {
       std::size_t used = bytes.size();
       while (used > 0 && bytes[used - 1] == 0) --used;
       if (used == 0) continue;
-      Put(&out, chunk.first * tolvartest::SparseSource::kChunk, 4);
-      Put(&out, used, 2);
-      out.insert(out.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(used));
+      PutPatch(&out, chunk.first * tolvartest::SparseSource::kChunk, bytes.data(), used);
     }
     return out;
   }
 
- private:
+  // Encodes, without a size field, the patches that turn base into
+  // changed: each 4 KiB chunk that either has written and that reads
+  // differently in the two.
+  static std::vector<uint8_t> EncodeDifference(tolvartest::SparseSource& base, tolvartest::SparseSource& changed) {
+    constexpr uint64_t kChunk = tolvartest::SparseSource::kChunk;
+    std::set<uint64_t> chunks;
+    for (const auto& chunk : base.Chunks()) chunks.insert(chunk.first);
+    for (const auto& chunk : changed.Chunks()) chunks.insert(chunk.first);
+    std::vector<uint8_t> out;
+    std::vector<uint8_t> before(kChunk);
+    std::vector<uint8_t> after(kChunk);
+    for (uint64_t chunk : chunks) {
+      std::fill(before.begin(), before.end(), 0);
+      std::fill(after.begin(), after.end(), 0);
+      base.Read(before.data(), kChunk, chunk * kChunk);
+      changed.Read(after.data(), kChunk, chunk * kChunk);
+      if (before != after) PutPatch(&out, chunk * kChunk, after.data(), after.size());
+    }
+    return out;
+  }
+
+  static void PutPatch(std::vector<uint8_t>* out, uint64_t offset, const uint8_t* bytes, std::size_t length) {
+    Put(out, offset, 4);
+    Put(out, length, 2);
+    out->insert(out->end(), bytes, bytes + length);
+  }
+
   static void Put(std::vector<uint8_t>* out, uint64_t value, int bytes) {
     for (int i = 0; i < bytes; ++i) out->push_back(static_cast<uint8_t>(value >> (8 * i)));
   }

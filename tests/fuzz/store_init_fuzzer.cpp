@@ -5,9 +5,6 @@
 // volumes by path. The store reader, the snapshot sequence, the store
 // bitmaps, the block descriptors, the indexed-block marking and the
 // shadow copies rebuilt from the store all run on it.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +14,7 @@
 
 #include "tests/fixtures/vss_store_builder.h"
 #include "tests/fuzz/sparse_volume_input.h"
+#include "tests/fuzz/volume_file.h"
 #include "tolvar/tolvar.h"
 
 namespace {
@@ -30,35 +28,6 @@ constexpr uint32_t kFromNumber = 0x101;
 constexpr uint32_t kToNumber = 0x102;
 constexpr std::size_t kOptionBytes = 2;
 constexpr uint64_t kBlockSizeSteps = 32;  // 4 KiB to 128 KiB
-
-std::string VolumePath() {
-  static std::string path;
-  if (path.empty()) {
-    const char* dir = std::getenv("TMPDIR");
-    std::string pattern = std::string(dir != nullptr ? dir : "/tmp") + "/tolvar-fuzz-XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    int fd = mkstemp(name.data());
-    if (fd < 0) std::abort();
-    close(fd);
-    path = name.data();
-    std::atexit([] { unlink(path.c_str()); });
-  }
-  return path;
-}
-
-void WriteVolume(tolvartest::SparseSource& source) {
-  int fd = open(VolumePath().c_str(), O_WRONLY | O_TRUNC);
-  if (fd < 0) std::abort();
-  for (const auto& chunk : source.Chunks()) {
-    off_t at = static_cast<off_t>(chunk.first * tolvartest::SparseSource::kChunk);
-    if (pwrite(fd, chunk.second.data(), chunk.second.size(), at) != static_cast<ssize_t>(chunk.second.size())) {
-      std::abort();
-    }
-  }
-  if (ftruncate(fd, static_cast<off_t>(source.GetSize())) != 0) std::abort();
-  close(fd);
-}
 
 // With TOLVAR_FUZZ_TRACE set, what each input did goes to stderr.
 bool Tracing() {
@@ -104,11 +73,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   uint32_t flags = TOLVAR_OPTION_ERROR_QUEUE | (data[1] & TOLVAR_OPTION_NEWEST_PASS);
   uint8_t compare = (data[1] >> 1) & 1;
   auto source = tolvarfuzz::SparseVolumeInput::Decode(data + kOptionBytes, size - kOptionBytes, kMaxUnits);
-  WriteVolume(*source);
+  tolvarfuzz::VolumeFile::Write(*source);
   static const std::string fromId = tolvartest::vss::Id(kFromNumber).ToString();
   static const std::string toId = tolvartest::vss::Id(kToNumber).ToString();
   TolvarHandle handle = nullptr;
-  int32_t status = Init(&handle, VolumePath().c_str(), fromId.c_str(), toId.c_str(), blockSize, flags);
+  int32_t status = Init(&handle, tolvarfuzz::VolumeFile::Path().c_str(), fromId.c_str(), toId.c_str(), blockSize, flags);
   if (Tracing()) std::fprintf(stderr, "Init: %d\n", status);
   if (status == TOLVAR_OK) {
     WalkBlocks(handle, blockSize, compare);

@@ -124,7 +124,9 @@ ExtentList CompressedReader::GetExtents() {
   // A unit size of 0 would cut every extent forever.
   if (unitSize_ == 0 || !inner_) return units;
   UnitCutter cutter(inner_->GetExtents(), unitSize_);
-  const uint64_t volumeSize = volume_ ? volume_->GetSize() : 0;
+  // The volume's end, or the end of the source beneath it when a damaged
+  // boot sector makes the volume larger than that.
+  const uint64_t volumeSize = volume_ ? std::min(volume_->GetSize(), volume_->GetSourceSize()) : 0;
   uint64_t position = 0;
   Extent unit;
   while (cutter.Next(&unit)) {
@@ -166,12 +168,18 @@ uint64_t CompressedReader::Read(void* buffer, uint64_t size, uint64_t offset) {
       continue;
     }
     const uint64_t n = std::min(size - done, unit.logicalSize);
-    done += ReadUnit(unit, out + done, size - done, skip, n);
+    const uint64_t delivered = ReadUnit(unit, out + done, size - done, skip, n);
+    done += delivered;
     skip = 0;
     // A unit stored whole past the end of the volume delivers nothing, and
     // so do the full units after it in the same run; a damaged run of that
-    // kind could hold billions of them.
-    if (unit.storedSize == unit.logicalSize && unit.volumeOffset >= volume_->GetSize()) cutter.PassFullUnits();
+    // kind could hold billions of them. The same goes for a unit that
+    // delivered nothing past the end of the source beneath the volume: the
+    // units after it are not read, so their failures go unreported.
+    const bool whole = unit.storedSize == unit.logicalSize;
+    const bool pastVolume = unit.volumeOffset >= volume_->GetSize();
+    const bool pastSource = delivered == 0 && unit.volumeOffset >= volume_->GetSourceSize();
+    if (whole && (pastVolume || pastSource)) cutter.PassFullUnits();
   }
   std::vector<uint8_t>().swap(scratch_);
   std::vector<uint8_t>().swap(expanded_);

@@ -155,4 +155,12 @@ TEST_F(NtfsVolumeTest, ReadPastTheEndStaysInTheCallersBuffer) {
   EXPECT_EQ(buffer[0], 0xAB);
 }
 
+TEST_F(NtfsVolumeTest, SourceSizeIsThatOfTheSourceWhateverTheBootSectorClaims) {
+  tolvartest::PutLe64(&builder_.Image(), NtfsVolume::kTotalSectorsOffset, uint64_t{1} << 40);
+  auto volume = Create();
+  ASSERT_TRUE(volume);
+  EXPECT_EQ(volume->GetSize(), (uint64_t{1} << 40) * NtfsImageBuilder::kSectorSize);
+  EXPECT_EQ(volume->GetSourceSize(), builder_.Image().size());
+}
+
 }  // namespace

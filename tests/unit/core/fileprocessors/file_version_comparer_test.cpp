@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <random>
 #include <vector>
 
 #include "core/fileprocessors/compressed_processor.h"
@@ -135,6 +137,93 @@ TEST(FileVersionComparer, ANewerVersionLongerThanTheOlderMarksEveryStepPastTheOl
   BitMap map(1);
   FileVersionComparer(older, newer, kBlock).Compare(map, kCluster);
   EXPECT_EQ(SetBits(map), (std::vector<uint64_t>{2, 3}));
+}
+
+// The comparison one step at a time, as a model for the one under test.
+std::vector<uint8_t> CompareStepByStep(std::vector<Extent> older, std::vector<Extent> newer, uint64_t blockSize,
+                                       uint64_t step, uint64_t mapBytes) {
+  BitMap map(mapBytes);
+  std::size_t a = 0;
+  std::size_t n = 0;
+  uint64_t position = 0;
+  auto advance = [step](std::vector<Extent>& list, std::size_t& index, uint64_t* moved) {
+    Extent& e = list[index];
+    if (step > e.logicalSize) {
+      if (moved) *moved += e.logicalSize;
+      e.logicalSize = 0;
+    } else {
+      e.logicalSize -= step;
+      if (moved) *moved += step;
+      if (e.volumeOffset != 0) e.volumeOffset += step;
+    }
+    if (e.logicalSize == 0) ++index;
+  };
+  while (n < newer.size()) {
+    if (a >= older.size()) {
+      map.Set(position / blockSize);
+      advance(newer, n, &position);
+      continue;
+    }
+    older[a].storedSize = newer[n].storedSize;
+    if (older[a] == newer[n]) {
+      position += newer[n].logicalSize;
+      ++n;
+      ++a;
+      continue;
+    }
+    if (older[a].volumeOffset != newer[n].volumeOffset) map.Set(position / blockSize);
+    advance(newer, n, &position);
+    advance(older, a, nullptr);
+  }
+  return Bytes(map);
+}
+
+TEST(FileVersionComparer, StepsTakenTogetherMarkWhatSingleStepsMark) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 300; ++round) {
+    const uint64_t block = 512 * (1 + random() % 8);
+    const uint64_t cluster = 1 + random() % 700;
+    auto extents = [&random]() {
+      std::vector<Extent> list(1 + random() % 5);
+      for (Extent& e : list) {
+        e.logicalSize = 1 + random() % 9000;
+        e.volumeOffset = random() % 3 == 0 ? 0 : 1 + random() % 20000;
+        e.storedSize = e.logicalSize;
+      }
+      return list;
+    };
+    std::vector<Extent> older = extents();
+    std::vector<Extent> newer = random() % 4 == 0 ? older : extents();
+    if (random() % 3 == 0 && !newer.empty()) newer[0].volumeOffset += 1;
+    const uint64_t mapBytes = 1 + random() % 12;
+    BitMap map(mapBytes);
+    FileVersionComparer(File(older), File(newer), block).Compare(map, cluster);
+    EXPECT_EQ(Bytes(map), CompareStepByStep(older, newer, block, std::min(block, cluster), mapBytes))
+        << "round " << round;
+  }
+}
+
+TEST(FileVersionComparer, ClustersOfOneByteOverSixtyFourGibibytesEndAndMarkEveryBlock) {
+  // A damaged boot sector can give one-byte clusters: a moved extent of
+  // 64 GiB is 2^36 steps, which are taken together.
+  constexpr uint64_t kBig = 131072;
+  constexpr uint64_t kLength = uint64_t{64} << 30;
+  auto older = File({{kLength, 4096, kLength}});
+  auto newer = File({{kLength, 8192, kLength}, {kLength, 1 << 20, kLength}});
+  BitMap map(2 * kLength / kBig / 8);
+  FileVersionComparer(older, newer, kBig).Compare(map, 1);
+  EXPECT_EQ(Bytes(map), std::vector<uint8_t>(map.SizeInBytes(), 0xFF));
+}
+
+TEST(FileVersionComparer, StepsTakenTogetherStopWhereAnOffsetWouldWrapRound) {
+  // The older extent lies at the very end of the offset range: its offset
+  // wraps to 0 after a few steps, and from there it counts as not stored.
+  constexpr uint64_t kTop = ~uint64_t{0};
+  std::vector<Extent> older = {{40 * 512, kTop - 3 * 512 + 1, 40 * 512}};
+  std::vector<Extent> newer = {{40 * 512, 0, 40 * 512}};
+  BitMap map(2);
+  FileVersionComparer(File(older), File(newer), 512).Compare(map, 512);
+  EXPECT_EQ(Bytes(map), CompareStepByStep(older, newer, 512, 512, 2));
 }
 
 }  // namespace

@@ -197,4 +197,35 @@ TEST_F(HotPageProxyTest, PageSizeZeroDeliversNothingInsteadOfDividingByZero) {
   EXPECT_EQ(source_->ReadCount(), 0u);
 }
 
+TEST_F(HotPageProxyTest, AHugePoolMakesNoProxyBeforeItIsUsed) {
+  bytes_ = PatternBytes(4096);
+  source_ = std::make_shared<FaultSource>(bytes_);
+  // 50 MiB of one-byte pages: a pool made up front would need gigabytes.
+  HotPageProxy pool(source_, 1, 52428800);
+  EXPECT_EQ(pool.GetProxyCount(), 52428800u);
+  std::vector<uint8_t> buffer(16);
+  EXPECT_EQ(pool.Read(buffer.data(), buffer.size(), 100), buffer.size());
+  EXPECT_EQ(buffer, std::vector<uint8_t>(bytes_.begin() + 100, bytes_.begin() + 116));
+  EXPECT_EQ(pool.GetPage(100), 100u);
+  EXPECT_EQ(pool.GetLastUse(115), 16u);
+  EXPECT_EQ(pool.GetLastUse(116), 0u);
+}
+
+TEST_F(HotPageProxyTest, APagePastThePoolTakesTheUnusedProxyOfTheLowestNumber) {
+  MakePool(4);
+  ReadBack(0, 4);          // proxy 0, its own page
+  ReadBack(2 * kPage, 4);  // proxy 2, its own page
+  source_->ForgetCalls();
+  EXPECT_EQ(ReadBack(9 * kPage, 4), Expected(9 * kPage, 4));
+  EXPECT_EQ(pool_->GetPage(1), 9u);
+  EXPECT_EQ(pool_->GetLastUse(1), 3u);
+  // Page 1 lost its proxy: it goes to proxy 3, the last unused one.
+  EXPECT_EQ(ReadBack(kPage, 4), Expected(kPage, 4));
+  EXPECT_EQ(pool_->GetPage(3), 1u);
+  // Every proxy used: page 3 takes the least recently used, proxy 0.
+  EXPECT_EQ(ReadBack(3 * kPage, 4), Expected(3 * kPage, 4));
+  EXPECT_EQ(pool_->GetPage(0), 3u);
+  EXPECT_EQ(source_->Calls(), (std::vector<ReadCall>{{9 * kPage, kPage}, {kPage, kPage}, {3 * kPage, kPage}}));
+}
+
 }  // namespace

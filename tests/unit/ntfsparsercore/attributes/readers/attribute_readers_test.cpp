@@ -370,4 +370,62 @@ TEST_F(AttributeReadersTest, SparseUnitsWithinTheVolumeSizeAreListedOneByOne) {
   for (std::size_t i = 0; i < 8; ++i) EXPECT_EQ(extents[i], (Extent{kUnit, 0, kUnit}));
 }
 
+// A volume whose boot sector claims far more than its source holds: reads
+// past the source's 300 clusters deliver nothing.
+class ClaimingVolume : public MemoryVolume {
+ public:
+  using MemoryVolume::MemoryVolume;
+  uint64_t GetSize() override { return uint64_t{1} << 50; }
+  uint64_t GetSourceSize() override { return Bytes().size(); }
+};
+
+class ClaimingVolumeReadersTest : public AttributeReadersTest {
+ protected:
+  std::shared_ptr<IReader> ClaimingReader(const AttributeFields& fields) {
+    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
+    return claimingFactory_.Create(Attribute(nullptr, {record}));
+  }
+
+  ClaimingVolume claiming_{tolvartest::PatternBytes(300 * kCluster), 512, kCluster};
+  ReadersFactory claimingFactory_{&claiming_};
+};
+
+TEST_F(ClaimingVolumeReadersTest, RunPastTheSourceEndIsPassedOverAfterItsFirstUnitDeliveredNothing) {
+  // A damaged run of 2^30 64 KiB units inside the claimed volume but past
+  // its source, then a stored unit: each unit would be read and fail.
+  const uint64_t clusters = uint64_t{1} << 34;
+  auto reader = ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}},
+                                           kCompressed));
+  Bytes buffer(kUnit);
+  claiming_.ForgetCalls();
+  EXPECT_EQ(reader->Read(buffer.data(), kUnit, 0), kUnit);
+  EXPECT_EQ(buffer, Bytes(claiming_.Bytes().begin() + 100 * kCluster, claiming_.Bytes().begin() + 100 * kCluster + kUnit));
+  EXPECT_EQ(claiming_.Calls(), (std::vector<MemoryVolume::ReadCall>{{1000 * kCluster, kUnit}, {100 * kCluster, kUnit}}));
+}
+
+TEST_F(ClaimingVolumeReadersTest, RunStoredPastTheSourceEndIsListedAsOneExtentAfterItsFirstUnit) {
+  const uint64_t clusters = uint64_t{1} << 34;
+  auto reader = ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}},
+                                           kCompressed));
+  const auto extents = reader->GetExtents();
+  ASSERT_EQ(extents.size(), 3u);
+  EXPECT_EQ(extents[0], (Extent{kUnit, 1000 * kCluster, kUnit}));
+  const uint64_t rest = clusters * kCluster - kUnit;
+  EXPECT_EQ(extents[1], (Extent{rest, 1000 * kCluster + kUnit, rest}));
+  EXPECT_EQ(extents[2], (Extent{kUnit, 100 * kCluster, kUnit}));
+}
+
+TEST_F(ClaimingVolumeReadersTest, SparseUnitsPastTheSourceSizeAreListedAsOneExtent) {
+  // 2^34 sparse clusters: units are listed one by one up to the source's
+  // 18.75 units, not up to the claimed petabyte.
+  const uint64_t clusters = uint64_t{1} << 34;
+  auto reader = ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 0, 8, 0}, {16, 100, 1, 1}},
+                                           kCompressed));
+  const auto extents = reader->GetExtents();
+  ASSERT_EQ(extents.size(), 19u + 1 + 1);
+  const uint64_t rest = clusters * kCluster - 19 * kUnit;
+  EXPECT_EQ(extents[19], (Extent{rest, 0, rest}));
+  EXPECT_EQ(extents[20], (Extent{kUnit, 100 * kCluster, kUnit}));
+}
+
 }  // namespace
