@@ -57,20 +57,6 @@ void BitMap::CopyOut(void* destination) const {
   std::memcpy(destination, bytes_.get(), static_cast<std::size_t>(byteCount_));
 }
 
-bool BitMap::AnySet(uint64_t first, uint64_t count) const {
-  uint64_t end = std::min(first + count, BitCount());
-  for (uint64_t i = first; i < end;) {
-    if (i % 8 == 0 && i + 8 <= end) {
-      if (bytes_[i / 8] != 0) return true;
-      i += 8;
-      continue;
-    }
-    if (Test(i)) return true;
-    ++i;
-  }
-  return false;
-}
-
 std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit) const {
   // Units of 0 would divide by zero; such a map covers nothing.
   if (sourceUnit == 0 || targetUnit == 0) return std::make_unique<BitMap>(1);
@@ -86,8 +72,25 @@ std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit
   // A block that starts below total but ends past it still counts when its
   // bit fits in the target's last byte.
   const uint64_t lastBit = std::min((total + targetUnit - 1) / targetUnit, target->BitCount());
-  for (uint64_t targetBit = 0; targetBit < lastBit; ++targetBit) {
-    if (AnySet(targetBit * targetUnit / sourceUnit, probes)) target->Set(targetBit);
+
+  // Driven by the set source bits, so clear stretches cost a byte test per
+  // eight bits. Target block t probes source bits from t * targetUnit /
+  // sourceUnit on, probes of them; source bit s is therefore probed by the
+  // blocks from ceil((s + 1 - probes) * sourceUnit / targetUnit) to
+  // ((s + 1) * sourceUnit - 1) / targetUnit.
+  for (uint64_t s = NextSet(0); s < BitCount(); s = NextSet(s)) {
+    const uint64_t firstProbed = s + 1 >= probes ? s + 1 - probes : 0;
+    const uint64_t first = (firstProbed * sourceUnit + targetUnit - 1) / targetUnit;
+    if (first >= lastBit) break;
+    const uint64_t last = std::min(((s + 1) * sourceUnit - 1) / targetUnit, lastBit - 1);
+    if (first > last) {
+      ++s;
+      continue;
+    }
+    for (uint64_t t = first; t <= last; ++t) target->Set(t);
+    // The blocks up to last are set: go on at the first source bit that the
+    // next block probes, or the next bit, whichever is later.
+    s = std::max(s + 1, (last + 1) * targetUnit / sourceUnit);
   }
   return target;
 }

@@ -50,8 +50,6 @@ class BitMap {
   const uint8_t* Data() const { return bytes_.get(); }
 
  private:
-  bool AnySet(uint64_t first, uint64_t count) const;
-
   uint64_t byteCount_;               // length of the bit array in bytes; never 0
   std::unique_ptr<uint8_t[]> bytes_;  // the bits
 };
