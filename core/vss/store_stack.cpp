@@ -6,6 +6,7 @@
 #include "core/vss/snapshot_sequence.h"
 #include "core/vss/store_block_map.h"
 #include "core/vss/store_snapshot_source.h"
+#include "ntfsparsercore/io/cache_proxy.h"
 
 namespace tolvarcore {
 namespace vss {
@@ -33,6 +34,14 @@ std::shared_ptr<const StoreBlockMap> ReadBlockMap(const VssVolume& storage, uint
   return map;
 }
 
+// The volume without its cache line: every view of the stack sits behind a
+// line of its own, so reading the store data and the volume through the
+// volume's line as well would copy every block once more.
+std::shared_ptr<ntfsparsercore::io::ISource> UncachedVolume(const VssVolume& storage) {
+  auto cached = std::dynamic_pointer_cast<ntfsparsercore::io::CacheProxy>(storage.GetSource());
+  return cached ? cached->GetCachedSource() : storage.GetSource();
+}
+
 StoreLayer ReadLayer(const VssVolume& storage, const Snapshot& snapshot) {
   StoreLayer layer;
   layer.blockMap = ReadBlockMap(storage, snapshot.GetIndexOffset());
@@ -47,7 +56,7 @@ StoreLayer ReadLayer(const VssVolume& storage, const Snapshot& snapshot) {
 std::shared_ptr<const StoreStack> StoreStack::Read(const VssVolume& storage) {
   ScopedErrorQueueSuspension quiet;
   auto stack = std::make_shared<StoreStack>();
-  stack->volume_ = storage.GetSource();
+  stack->volume_ = UncachedVolume(storage);
   auto layers = std::make_shared<std::vector<StoreLayer>>();
   if (storage.GetCatalogOffset() != 0) {
     records::Catalog catalog(storage.OpenRecord(storage.GetCatalogOffset()));
