@@ -400,7 +400,9 @@ TEST(StoreBlockMap, AgreesWithThePlainFoldOnRandomListsInAnyOrder) {
       if (found != nullptr) {
         ASSERT_TRUE(SameDescriptor(found->descriptor, expected->second.descriptor)) << round << " at " << offset;
         ASSERT_EQ(found->hasOverlay, expected->second.hasOverlay) << round << " at " << offset;
-        if (found->hasOverlay) ASSERT_TRUE(SameDescriptor(found->overlay, expected->second.overlay)) << round;
+        if (found->hasOverlay) {
+          ASSERT_TRUE(SameDescriptor(found->overlay, expected->second.overlay)) << round;
+        }
       }
       ASSERT_EQ(map.IsForwardTarget(offset),
                 ReferenceFold::Range(reference.reverse, offset) != reference.reverse.end())
