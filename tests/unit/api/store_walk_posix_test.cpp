@@ -192,4 +192,72 @@ TEST_F(StoreWalk, OldContentsPastTheEndOfTheImageEndTheWalkWithTheViewsMessage) 
   }
 }
 
+// Every store's bitmap marks blocks kFirst + 16 to + 23 unused. Only the
+// newest view reads zeros, and only where the newest store's bitmap says so
+// and no store from the view on keeps the block: kFirst + 16, kept by store
+// 1 alone, reads zeros in view 3 and the volume's contents in view 2.
+class StoreWalkWithUnusedBlocks : public StoreWalk {
+ protected:
+  void SetUp() override {
+    StoreWalk::SetUp();
+    held_.clear();
+    held_ = {{kFirst, 1}, {kFirst + 16, 1}, {kFirst + 17, 1}, {kFirst + 17, 2}, {kFirst + 18, 3}};
+    StoreSpec spec;
+    spec.volumeSize = kVolumeSize;
+    spec.snapshots = {Snap(1, 10), Snap(2, 20), Snap(3, 30)};
+    for (auto& snapshot : spec.snapshots) {
+      for (uint64_t block = kFirst + 16; block < kFirst + 24; ++block) snapshot.bitmapBlocks.push_back(block);
+    }
+    for (const auto& kept : held_) {
+      spec.snapshots[kept.second - 1].descriptors.push_back(Descriptor{
+          kept.first * kStoreBlock, 0x4000 + kept.first * kStoreBlock, DataOffset(kept.second, kept.first), 0, 0});
+    }
+    built_ = tolvartest::vss::BuildStore(spec);
+    for (uint64_t block = kFirst - 8; block < kFirst + 40; ++block) built_.source->Write(block * kStoreBlock, Pattern(9, block));
+    for (const auto& kept : held_) {
+      built_.source->Write(DataOffset(kept.second, kept.first), Pattern(kept.second, kept.first));
+    }
+  }
+
+  // As StoreWalk's, with zeros where the newest view finds no store keeping
+  // a block that the newest store's bitmap marks unused.
+  std::vector<uint8_t> ExpectedWithZeros(uint32_t to, uint64_t index, uint64_t blockSize) const {
+    std::vector<uint8_t> bytes = ExpectedBlock(to, index, blockSize);
+    for (uint64_t at = index * blockSize; at < (index + 1) * blockSize; at += kStoreBlock) {
+      const uint64_t block = at / kStoreBlock;
+      bool kept = false;
+      for (uint32_t store = to; store <= 3; ++store) kept = kept || held_.count({block, store}) != 0;
+      if (to == 3 && !kept && block >= kFirst + 16 && block < kFirst + 24) {
+        const uint64_t from = at - index * blockSize;
+        std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(from),
+                  bytes.begin() + static_cast<std::ptrdiff_t>(from + std::min(kStoreBlock, blockSize)), 0);
+      }
+    }
+    return bytes;
+  }
+};
+
+TEST_F(StoreWalkWithUnusedBlocks, OnlyTheNewestViewReadsZerosWhereTheNewestBitmapMarksABlockUnused) {
+  tolvartest::TempVolumeFile file(*built_.source);
+  for (uint32_t to : {2u, 3u}) {
+    for (uint64_t blockSize : kBlockSizes) {
+      TolvarHandle handle = Open(file.Path(), 1, to, blockSize);
+      ASSERT_NE(handle, nullptr);
+      std::vector<uint8_t> buffer(blockSize);
+      uint64_t size = blockSize;
+      uint64_t index = 0;
+      bool sawUnusedBlock = false;
+      while (GetBlock(handle, buffer.data(), &size, &index, 0) == TOLVAR_OK) {
+        EXPECT_TRUE(buffer == ExpectedWithZeros(to, index, blockSize)) << to << ": block " << index << " of " << blockSize;
+        sawUnusedBlock = sawUnusedBlock || index * blockSize / kStoreBlock == kFirst + 16 ||
+                         (index * blockSize <= (kFirst + 16) * kStoreBlock && (kFirst + 16) * kStoreBlock < (index + 1) * blockSize);
+        size = blockSize;
+      }
+      EXPECT_TRUE(sawUnusedBlock) << to << " " << blockSize;
+      FreeHandle(handle);
+      EXPECT_TRUE(DrainErrors().empty());
+    }
+  }
+}
+
 }  // namespace
