@@ -42,9 +42,13 @@ std::shared_ptr<ntfsparsercore::io::ISource> UncachedVolume(const VssVolume& sto
   return cached ? cached->GetCachedSource() : storage.GetSource();
 }
 
-StoreLayer ReadLayer(const VssVolume& storage, const Snapshot& snapshot) {
+// The bitmaps are read for the newest store only: a view reads zeros only
+// where the newest store's bitmaps mark a block unused, so an older store's
+// bitmaps are never looked at.
+StoreLayer ReadLayer(const VssVolume& storage, const Snapshot& snapshot, bool newest) {
   StoreLayer layer;
   layer.blockMap = ReadBlockMap(storage, snapshot.GetIndexOffset());
+  if (!newest) return layer;
   layer.currentBitmap = ReadPayload(storage, snapshot.GetBitmapOffset());
   layer.hasPreviousBitmap = snapshot.GetPreviousBitmapOffset() != 0;
   if (layer.hasPreviousBitmap) layer.previousBitmap = ReadPayload(storage, snapshot.GetPreviousBitmapOffset());
@@ -60,10 +64,11 @@ std::shared_ptr<const StoreStack> StoreStack::Read(const VssVolume& storage) {
   auto layers = std::make_shared<std::vector<StoreLayer>>();
   if (storage.GetCatalogOffset() != 0) {
     records::Catalog catalog(storage.OpenRecord(storage.GetCatalogOffset()));
-    for (const auto& snapshot : BuildSnapshotList(catalog)) {
+    const SnapshotList snapshots = BuildSnapshotList(catalog);
+    for (const auto& snapshot : snapshots) {
       stack->identifiers_.push_back(snapshot->GetGuid());
       stack->volumeSizes_.push_back(snapshot->GetVolumeSize());
-      layers->push_back(ReadLayer(storage, *snapshot));
+      layers->push_back(ReadLayer(storage, *snapshot, snapshot == snapshots.back()));
     }
   }
   stack->layers_ = layers;
