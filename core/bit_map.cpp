@@ -57,6 +57,33 @@ void BitMap::CopyOut(void* destination) const {
   std::memcpy(destination, bytes_.get(), static_cast<std::size_t>(byteCount_));
 }
 
+// Target bit t is the OR of source bits t * group to t * group + group - 1;
+// a group of 1, 2, 4 or 8 bits never crosses a byte.
+void BitMap::GroupInto(unsigned group, BitMap* target) const {
+  const unsigned perByte = 8 / group;
+  const unsigned mask = (1u << group) - 1;
+  for (uint64_t k = 0; k < byteCount_; ++k) {
+    const unsigned byte = bytes_[k];
+    if (byte == 0) continue;
+    for (unsigned g = 0; g < perByte; ++g) {
+      if ((byte >> (g * group)) & mask) target->Set(k * perByte + g);
+    }
+  }
+}
+
+// Source bit s sets target bits s * spread to s * spread + spread - 1.
+void BitMap::SpreadInto(unsigned spread, BitMap* target) const {
+  for (uint64_t k = 0; k < byteCount_; ++k) {
+    const unsigned byte = bytes_[k];
+    if (byte == 0) continue;
+    for (unsigned bit = 0; bit < 8; ++bit) {
+      if ((byte >> bit & 1) == 0) continue;
+      const uint64_t first = (k * 8 + bit) * spread;
+      for (unsigned n = 0; n < spread; ++n) target->Set(first + n);
+    }
+  }
+}
+
 std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit) const {
   // Units of 0 would divide by zero; such a map covers nothing.
   if (sourceUnit == 0 || targetUnit == 0) return std::make_unique<BitMap>(1);
@@ -72,6 +99,15 @@ std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit
   // A block that starts below total but ends past it still counts when its
   // bit fits in the target's last byte.
   const uint64_t lastBit = std::min((total + targetUnit - 1) / targetUnit, target->BitCount());
+
+  if (targetUnit % sourceUnit == 0 && 8 % (targetUnit / sourceUnit) == 0) {
+    GroupInto(static_cast<unsigned>(targetUnit / sourceUnit), target.get());
+    return target;
+  }
+  if (sourceUnit % targetUnit == 0 && 8 % (sourceUnit / targetUnit) == 0) {
+    SpreadInto(static_cast<unsigned>(sourceUnit / targetUnit), target.get());
+    return target;
+  }
 
   // Driven by the set source bits, so clear stretches cost a byte test per
   // eight bits. Target block t probes source bits from t * targetUnit /
