@@ -1,6 +1,6 @@
 // Init through the export, against a plain pread of every store page that
-// Init reads (volume header, catalog, and each store's header, block list
-// and bitmaps). Both run on a warm page cache unless --cold is given, which
+// Init reads (volume header, catalog, each store's header and block list,
+// and the bitmaps it loads), each page once. Both run on a warm page cache unless --cold is given, which
 // drops the image's cached pages before every iteration of either.
 //
 //   init_bench [--benchmark_...] [--cold] [--block-size=N] NAME=IMAGE,FROM,TO...
@@ -125,7 +125,7 @@ int main(int argc, char** argv) {
   std::vector<StoreMetadata> metadata;
   metadata.reserve(cases.size());
   for (const BenchCase& input : cases) {
-    metadata.emplace_back(input.Image());
+    metadata.emplace_back(input.Image(), input.From(), input.To());
     metadata.back().ReadAll();  // warms the page cache for the first iteration
   }
   for (std::size_t i = 0; i < cases.size(); ++i) {

@@ -4,6 +4,7 @@
 #define TOLVAR_BENCH_SUPPORT_STORE_METADATA_H_
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,10 +18,13 @@ namespace tolvarbench {
 
 class StoreMetadata {
  public:
-  // Lists the pages of image's store: the page holding the volume header,
-  // every catalog page and, for each store of the catalog, every page of
-  // its store header, block list, bitmap and previous bitmap records.
-  explicit StoreMetadata(const std::string& image);
+  // Lists the pages of the records Init reads on image between the shadow
+  // copies from and to (identifiers as Init takes them): the page holding
+  // the volume header, every catalog page, every store's header record and
+  // block list, the bitmaps of the first and last snapshot of the sequence
+  // (or the last one's previous bitmap when they are the same), and the
+  // newest store's bitmap and previous bitmap. Each page once.
+  StoreMetadata(const std::string& image, const std::string& from, const std::string& to);
 
   // Reads every listed page once with pread, in list order; returns the
   // bytes read (less than Bytes() when a read came back short).
@@ -34,9 +38,11 @@ class StoreMetadata {
 
  private:
   void AddRecord(const tolvarcore::vss::VssVolume& volume, uint64_t offset);
+  void AddBitmap(const tolvarcore::vss::VssVolume& volume, uint64_t offset);
 
   std::string image_;             // path of the volume image
   std::vector<uint64_t> pages_;   // page offsets, in the order Init first meets them
+  std::set<uint64_t> listed_;     // the same offsets, for listing each once
   uint64_t blockListPages_ = 0;   // pages of all stores' block lists
 };
 
