@@ -63,7 +63,13 @@ def run(program, cases, output, repetitions, extra=()):
                "--benchmark_repetitions=%d" % repetitions] + list(extra) + cases
     print("$ " + " ".join(os.path.basename(part) if part == program else part for part in command[:4]) + " ...",
           flush=True)
-    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    # Google Benchmark's context lines go to stderr; only the program's own summary is shown.
+    completed = subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, universal_newlines=True)
+    for line in completed.stderr.splitlines():
+        if completed.returncode != 0 or "max resident" in line:
+            print("  " + line)
+    if completed.returncode != 0:
+        raise SystemExit("%s exited with %d" % (os.path.basename(program), completed.returncode))
     return figures(output)
 
 
@@ -153,7 +159,8 @@ def main():
     parser.add_argument("--data", default=None)
     parser.add_argument("--results", default=None)
     parser.add_argument("--quick", action="store_true")
-    parser.add_argument("--cold", action="store_true", help="Init and its baseline on a cold page cache")
+    parser.add_argument("--cold", action="store_true",
+                        help="also time Init and its baseline on a cold page cache (the image's pages dropped)")
     parser.add_argument("--smoke", action="store_true", help="tiny inputs: checks that every program runs")
     parser.add_argument("--repetitions", type=int, default=None)
     arguments = parser.parse_args()
@@ -183,7 +190,10 @@ def main():
 
     print("=== run (%d repetitions)" % repetitions, flush=True)
     results = run(os.path.join(binaries, "init_bench"), init_cases, os.path.join(results_dir, "init.json"),
-                  repetitions, plan.get("flags", []) + (["--cold"] if arguments.cold else []))
+                  repetitions, plan.get("flags", []))
+    if arguments.cold:
+        cold = run(os.path.join(binaries, "init_bench"), init_cases, os.path.join(results_dir, "init-cold.json"),
+                   repetitions, plan.get("flags", []) + ["--cold"])
     results.update(run(os.path.join(binaries, "walk_bench"), walk_cases + vshadow_cases,
                        os.path.join(results_dir, "walk.json"), repetitions, plan.get("flags", [])))
     ids = [s["shadow_copy_id"] for s in vshadow_manifest["snapshots"]]
@@ -198,7 +208,9 @@ def main():
     with open(os.path.join(results_dir, "vshadow.json"), "w") as handle:
         json.dump(vshadow, handle)
 
-    init_table(results, init_names, "cold" if arguments.cold else "warm")
+    init_table(results, init_names, "warm")
+    if arguments.cold:
+        init_table(cold, init_names, "cold")
     walk_table(results, ["newest", "older"] + list(vshadow_stores))
     vshadow_table(results, vshadow, plan["vshadow"][1])
     return 0
