@@ -48,6 +48,10 @@ def make_image(tool, data, size, descriptors, snapshots):
         completed = subprocess.run([tool, "large", "-o", prefix, "-s", size, "-d", str(descriptors),
                                     "-n", str(snapshots)], stdout=subprocess.DEVNULL)
         if completed.returncode != 0:
+            print("mkvssimage large -s %s -d %d -n %d failed (exit %d)%s" % (
+                size, descriptors, snapshots, completed.returncode,
+                ": this machine cannot make images (FUSE, ntfs-3g or libfaketime missing)"
+                if completed.returncode == SKIP else ""), flush=True)
             sys.exit(SKIP if completed.returncode == SKIP else 1)
     with open(prefix + ".manifest.json") as handle:
         return prefix, json.load(handle)
