@@ -57,18 +57,31 @@ void BitMap::CopyOut(void* destination) const {
   std::memcpy(destination, bytes_.get(), static_cast<std::size_t>(byteCount_));
 }
 
-bool BitMap::AnySet(uint64_t first, uint64_t count) const {
-  uint64_t end = std::min(first + count, BitCount());
-  for (uint64_t i = first; i < end;) {
-    if (i % 8 == 0 && i + 8 <= end) {
-      if (bytes_[i / 8] != 0) return true;
-      i += 8;
-      continue;
+// Target bit t is the OR of source bits t * group to t * group + group - 1;
+// a group of 1, 2, 4 or 8 bits never crosses a byte.
+void BitMap::GroupInto(unsigned group, BitMap* target) const {
+  const unsigned perByte = 8 / group;
+  const unsigned mask = (1u << group) - 1;
+  for (uint64_t k = 0; k < byteCount_; ++k) {
+    const unsigned byte = bytes_[k];
+    if (byte == 0) continue;
+    for (unsigned g = 0; g < perByte; ++g) {
+      if ((byte >> (g * group)) & mask) target->Set(k * perByte + g);
     }
-    if (Test(i)) return true;
-    ++i;
   }
-  return false;
+}
+
+// Source bit s sets target bits s * spread to s * spread + spread - 1.
+void BitMap::SpreadInto(unsigned spread, BitMap* target) const {
+  for (uint64_t k = 0; k < byteCount_; ++k) {
+    const unsigned byte = bytes_[k];
+    if (byte == 0) continue;
+    for (unsigned bit = 0; bit < 8; ++bit) {
+      if ((byte >> bit & 1) == 0) continue;
+      const uint64_t first = (k * 8 + bit) * spread;
+      for (unsigned n = 0; n < spread; ++n) target->Set(first + n);
+    }
+  }
 }
 
 std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit) const {
@@ -86,8 +99,34 @@ std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit
   // A block that starts below total but ends past it still counts when its
   // bit fits in the target's last byte.
   const uint64_t lastBit = std::min((total + targetUnit - 1) / targetUnit, target->BitCount());
-  for (uint64_t targetBit = 0; targetBit < lastBit; ++targetBit) {
-    if (AnySet(targetBit * targetUnit / sourceUnit, probes)) target->Set(targetBit);
+
+  if (targetUnit % sourceUnit == 0 && 8 % (targetUnit / sourceUnit) == 0) {
+    GroupInto(static_cast<unsigned>(targetUnit / sourceUnit), target.get());
+    return target;
+  }
+  if (sourceUnit % targetUnit == 0 && 8 % (sourceUnit / targetUnit) == 0) {
+    SpreadInto(static_cast<unsigned>(sourceUnit / targetUnit), target.get());
+    return target;
+  }
+
+  // Driven by the set source bits, so clear stretches cost a byte test per
+  // eight bits. Target block t probes source bits from t * targetUnit /
+  // sourceUnit on, probes of them; source bit s is therefore probed by the
+  // blocks from ceil((s + 1 - probes) * sourceUnit / targetUnit) to
+  // ((s + 1) * sourceUnit - 1) / targetUnit.
+  for (uint64_t s = NextSet(0); s < BitCount(); s = NextSet(s)) {
+    const uint64_t firstProbed = s + 1 >= probes ? s + 1 - probes : 0;
+    const uint64_t first = (firstProbed * sourceUnit + targetUnit - 1) / targetUnit;
+    if (first >= lastBit) break;
+    const uint64_t last = std::min(((s + 1) * sourceUnit - 1) / targetUnit, lastBit - 1);
+    if (first > last) {
+      ++s;
+      continue;
+    }
+    for (uint64_t t = first; t <= last; ++t) target->Set(t);
+    // The blocks up to last are set: go on at the first source bit that the
+    // next block probes, or the next bit, whichever is later.
+    s = std::max(s + 1, (last + 1) * targetUnit / sourceUnit);
   }
   return target;
 }

@@ -54,6 +54,11 @@ class BitMap {
   const uint8_t* Data() const { return bytes_.get(); }
 
  private:
+  // Rescaling to a unit 1, 2, 4 or 8 times this map's, and to a unit that
+  // divides this map's 2, 4 or 8 times.
+  void GroupInto(unsigned group, BitMap* target) const;
+  void SpreadInto(unsigned spread, BitMap* target) const;
+
   uint64_t byteCount_;               // length of the bit array in bytes; never 0
   std::unique_ptr<uint8_t[]> bytes_;  // the bits
 };

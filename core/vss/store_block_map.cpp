@@ -42,10 +42,16 @@
 // values it was given.
 //
 // Keys are compared exactly while building; reads look a block up by the
-// 16 KiB range starting at each key. The map and the reverse list are
-// ordered maps, so building costs O(log n) per descriptor and a lookup
-// O(log n). Reading through these maps is in store_snapshot_source.cpp.
+// 16 KiB range starting at each key. The mappings sit in one array: while
+// the keys come in ascending order (as block lists mostly do) both look-ups
+// are binary searches over it; otherwise a hash index serves the exact
+// look-ups and a key order, sorted once, the range look-ups. The reverse
+// list is an ordered map. Building costs O(log n) per descriptor and a
+// look-up O(log n). Reading through these maps is in
+// store_snapshot_source.cpp.
 #include "core/vss/store_block_map.h"
+
+#include <algorithm>
 
 namespace tolvarcore {
 namespace vss {
@@ -92,15 +98,15 @@ void StoreBlockMap::Add(const BlockDescriptor& descriptor) {
   }
   if (incoming.IsForwarder() && incoming.originalOffset == incoming.relativeOffset) return;
 
-  auto existing = forward_.find(incoming.originalOffset);
-  if (existing == forward_.end()) {
-    forward_[incoming.originalOffset].descriptor = incoming;
+  Mapping* existing = FindExact(incoming.originalOffset);
+  if (existing == nullptr) {
+    Insert(incoming.originalOffset, incoming);
   } else if (incoming.IsOverlay()) {
-    AddOverlay(incoming, existing->second);
+    AddOverlay(incoming, *existing);
     return;
   } else {
-    Mapping replaced = existing->second;
-    Mapping& mapping = existing->second;
+    Mapping replaced = *existing;
+    Mapping& mapping = *existing;
     mapping.descriptor = incoming;
     mapping.hasOverlay = replaced.OverlayOf() != nullptr;
     if (mapping.hasOverlay) mapping.overlay = *replaced.OverlayOf();
@@ -125,9 +131,58 @@ void StoreBlockMap::AddOverlay(const BlockDescriptor& descriptor, Mapping& exist
   }
 }
 
+StoreBlockMap::Mapping* StoreBlockMap::FindExact(uint64_t key) {
+  if (!ascending_) {
+    auto it = index_.find(key);
+    return it == index_.end() ? nullptr : &mappings_[it->second];
+  }
+  // A key above every key so far, the common case, needs no search.
+  if (keys_.empty() || key > keys_.back()) return nullptr;
+  auto it = std::lower_bound(keys_.begin(), keys_.end(), key);
+  return it != keys_.end() && *it == key ? &mappings_[static_cast<std::size_t>(it - keys_.begin())] : nullptr;
+}
+
+void StoreBlockMap::Insert(uint64_t key, const BlockDescriptor& descriptor) {
+  if (ascending_ && !keys_.empty() && key < keys_.back()) {
+    ascending_ = false;
+    index_.reserve(keys_.size() * 2);
+    for (std::size_t position = 0; position < keys_.size(); ++position) {
+      index_.emplace(keys_[position], static_cast<uint32_t>(position));
+    }
+  }
+  if (!ascending_) index_.emplace(key, static_cast<uint32_t>(keys_.size()));
+  keys_.push_back(key);
+  mappings_.emplace_back();
+  mappings_.back().descriptor = descriptor;
+  keyOrderCurrent_ = false;
+}
+
+const std::vector<uint32_t>& StoreBlockMap::KeyOrder() const {
+  if (!keyOrderCurrent_) {
+    keyOrder_.resize(keys_.size());
+    for (std::size_t position = 0; position < keys_.size(); ++position) {
+      keyOrder_[position] = static_cast<uint32_t>(position);
+    }
+    std::sort(keyOrder_.begin(), keyOrder_.end(), [this](uint32_t a, uint32_t b) { return keys_[a] < keys_[b]; });
+    keyOrderCurrent_ = true;
+  }
+  return keyOrder_;
+}
+
 const StoreBlockMap::Mapping* StoreBlockMap::Find(uint64_t offset) const {
-  auto it = FindRange(forward_, offset, kBlockSize);
-  return it == forward_.end() ? nullptr : &it->second;
+  if (ascending_) {
+    auto it = std::upper_bound(keys_.begin(), keys_.end(), offset);
+    if (it == keys_.begin()) return nullptr;
+    --it;
+    // Compared as a distance so that a key near 2^64 cannot overflow.
+    return offset - *it < kBlockSize ? &mappings_[static_cast<std::size_t>(it - keys_.begin())] : nullptr;
+  }
+  const std::vector<uint32_t>& order = KeyOrder();
+  auto it = std::upper_bound(order.begin(), order.end(), offset,
+                             [this](uint64_t wanted, uint32_t position) { return wanted < keys_[position]; });
+  if (it == order.begin()) return nullptr;
+  --it;
+  return offset - keys_[*it] < kBlockSize ? &mappings_[*it] : nullptr;
 }
 
 bool StoreBlockMap::IsForwardTarget(uint64_t offset) const {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <unordered_map>
 #include <vector>
 
 #include "core/vss/block_descriptor.h"
@@ -49,20 +50,34 @@ class StoreBlockMap {
   bool IsUsable() const { return usable_; }
 
   // The mapping whose 16 KiB range [original offset, +kBlockSize) holds
-  // offset, or null.
+  // offset, or null. Valid until the next Add.
   const Mapping* Find(uint64_t offset) const;
 
   // True when a forwarder still waiting for its target names a 16 KiB range
   // [relative offset, +kBlockSize) that holds offset.
   bool IsForwardTarget(uint64_t offset) const;
 
-  std::size_t MappingCount() const { return forward_.size(); }
+  std::size_t MappingCount() const { return mappings_.size(); }
   std::size_t ForwardTargetCount() const { return reverse_.size(); }
 
  private:
   void AddOverlay(const BlockDescriptor& descriptor, Mapping& existing);
+  Mapping* FindExact(uint64_t key);
+  void Insert(uint64_t key, const BlockDescriptor& descriptor);
+  const std::vector<uint32_t>& KeyOrder() const;
 
-  std::map<uint64_t, Mapping> forward_;   // by original offset: the mapping of each described block
+  // The mappings, one per original offset, in the order their keys first
+  // came. Block lists are mostly written in ascending block order; while
+  // they are, keys_ is sorted and exact and range look-ups are binary
+  // searches over it. The first key below its predecessor switches to a
+  // hash index for exact look-ups and a key order built when a range
+  // look-up needs it.
+  std::vector<uint64_t> keys_;                    // each mapping's original offset
+  std::vector<Mapping> mappings_;                 // the mapping of each described block
+  bool ascending_ = true;                         // keys_ has been sorted so far
+  std::unordered_map<uint64_t, uint32_t> index_;  // key -> position, once keys_ is not sorted
+  mutable std::vector<uint32_t> keyOrder_;        // positions by key, once keys_ is not sorted
+  mutable bool keyOrderCurrent_ = false;          // keyOrder_ holds every key added
   std::map<uint64_t, uint64_t> reverse_;  // by forwarder's relative offset: that forwarder's original offset
   bool usable_ = true;                    // false once a descriptor made the store unreadable
 };

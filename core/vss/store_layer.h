@@ -1,5 +1,6 @@
 // One store of the catalog as the store-backed snapshot source sees it:
-// its block map and its two bitmaps, already read from the volume.
+// its block map and, for the newest store, its two bitmaps, already read
+// from the volume.
 #ifndef TOLVAR_CORE_VSS_STORE_LAYER_H_
 #define TOLVAR_CORE_VSS_STORE_LAYER_H_
 
@@ -17,7 +18,7 @@ struct StoreLayer {
   static bool IsBlockSet(const std::vector<uint8_t>& bitmap, uint64_t offset);
 
   std::shared_ptr<const StoreBlockMap> blockMap;  // the store's folded block list; null: the store cannot be read
-  std::vector<uint8_t> currentBitmap;   // payload of every page of the store's bitmap, in chain order
+  std::vector<uint8_t> currentBitmap;   // payload of every page of the store's bitmap, in chain order (newest store only)
   bool hasPreviousBitmap = false;       // the store declares a previous bitmap (its offset is not 0)
   std::vector<uint8_t> previousBitmap;  // payload of every page of that previous bitmap, in chain order
 };

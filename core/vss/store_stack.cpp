@@ -6,6 +6,7 @@
 #include "core/vss/snapshot_sequence.h"
 #include "core/vss/store_block_map.h"
 #include "core/vss/store_snapshot_source.h"
+#include "ntfsparsercore/io/cache_proxy.h"
 
 namespace tolvarcore {
 namespace vss {
@@ -33,9 +34,21 @@ std::shared_ptr<const StoreBlockMap> ReadBlockMap(const VssVolume& storage, uint
   return map;
 }
 
-StoreLayer ReadLayer(const VssVolume& storage, const Snapshot& snapshot) {
+// The volume without its cache line: every view of the stack sits behind a
+// line of its own, so reading the store data and the volume through the
+// volume's line as well would copy every block once more.
+std::shared_ptr<ntfsparsercore::io::ISource> UncachedVolume(const VssVolume& storage) {
+  auto cached = std::dynamic_pointer_cast<ntfsparsercore::io::CacheProxy>(storage.GetSource());
+  return cached ? cached->GetCachedSource() : storage.GetSource();
+}
+
+// The bitmaps are read for the newest store only: a view reads zeros only
+// where the newest store's bitmaps mark a block unused, so an older store's
+// bitmaps are never looked at.
+StoreLayer ReadLayer(const VssVolume& storage, const Snapshot& snapshot, bool newest) {
   StoreLayer layer;
   layer.blockMap = ReadBlockMap(storage, snapshot.GetIndexOffset());
+  if (!newest) return layer;
   layer.currentBitmap = ReadPayload(storage, snapshot.GetBitmapOffset());
   layer.hasPreviousBitmap = snapshot.GetPreviousBitmapOffset() != 0;
   if (layer.hasPreviousBitmap) layer.previousBitmap = ReadPayload(storage, snapshot.GetPreviousBitmapOffset());
@@ -47,14 +60,15 @@ StoreLayer ReadLayer(const VssVolume& storage, const Snapshot& snapshot) {
 std::shared_ptr<const StoreStack> StoreStack::Read(const VssVolume& storage) {
   ScopedErrorQueueSuspension quiet;
   auto stack = std::make_shared<StoreStack>();
-  stack->volume_ = storage.GetSource();
+  stack->volume_ = UncachedVolume(storage);
   auto layers = std::make_shared<std::vector<StoreLayer>>();
   if (storage.GetCatalogOffset() != 0) {
     records::Catalog catalog(storage.OpenRecord(storage.GetCatalogOffset()));
-    for (const auto& snapshot : BuildSnapshotList(catalog)) {
+    const SnapshotList snapshots = BuildSnapshotList(catalog);
+    for (const auto& snapshot : snapshots) {
       stack->identifiers_.push_back(snapshot->GetGuid());
       stack->volumeSizes_.push_back(snapshot->GetVolumeSize());
-      layers->push_back(ReadLayer(storage, *snapshot));
+      layers->push_back(ReadLayer(storage, *snapshot, snapshot == snapshots.back()));
     }
   }
   stack->layers_ = layers;

@@ -24,6 +24,10 @@ class CacheProxy : public ISource {
   uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override;
   uint64_t GetSize() override;
 
+  // The source behind the line, for a reader that keeps a line of its own
+  // in front of the same bytes and would only pay for a second copy here.
+  const std::shared_ptr<ISource>& GetCachedSource() const { return source_; }
+
  private:
   bool Holds(uint64_t position) const { return lineStart_ <= position && position - lineStart_ < lineSize_; }
 

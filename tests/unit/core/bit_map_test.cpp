@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <vector>
 
 namespace {
@@ -179,6 +180,40 @@ TEST(BitMapRescale, AgreesWithTheDefinitionOnMixedPatterns) {
       EXPECT_EQ(BytesOf(*map.Rescale(source, target)), RescaleByDefinition(map, source, target))
           << source << " -> " << target;
     }
+  }
+}
+
+// Sparse, dense and runs-of-bits maps of several lengths, every unit pair
+// the library meets (the store's 16 KiB to every valid block size) and a
+// few odd ones: each rescaled map equals the one from the definition.
+TEST(BitMapRescale, AgreesWithTheDefinitionOnRandomMapsOfManyLengths) {
+  std::mt19937_64 random(20261122);
+  std::vector<std::pair<uint64_t, uint64_t>> unitPairs;
+  for (uint64_t target = 4096; target <= 131072; target += 4096) unitPairs.emplace_back(16384, target);
+  for (uint64_t odd : {512u, 20480u, 49152u}) {
+    unitPairs.emplace_back(odd, 65536);
+    unitPairs.emplace_back(4096, odd);
+  }
+  for (uint64_t bytes : {1u, 2u, 7u, 8u, 9u, 33u, 100u}) {
+    for (unsigned density : {2u, 50u, 98u}) {
+      BitMap map(bytes);
+      for (uint64_t i = 0; i < map.BitCount(); ++i) {
+        if (random() % 100 < density) map.Set(i);
+      }
+      for (const auto& units : unitPairs) {
+        EXPECT_EQ(BytesOf(*map.Rescale(units.first, units.second)),
+                  RescaleByDefinition(map, units.first, units.second))
+            << bytes << " bytes, density " << density << ", " << units.first << " -> " << units.second;
+      }
+    }
+  }
+}
+
+TEST(BitMapRescale, LastSourceBitReachesTheLastTargetBlockThatFits) {
+  for (uint64_t target = 4096; target <= 131072; target += 4096) {
+    BitMap map(3);
+    map.Set(map.BitCount() - 1);
+    EXPECT_EQ(BytesOf(*map.Rescale(16384, target)), RescaleByDefinition(map, 16384, target)) << target;
   }
 }
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
+#include <random>
 #include <vector>
 
 #include "ntfsparsercore/io/little_endian.h"
@@ -291,6 +293,137 @@ TEST(StoreBlockMap, PageSizedPayloadHolds508Slots) {
   map.AddPayload(payload.data(), payload.size());
   EXPECT_EQ(map.MappingCount(), 508u);
   EXPECT_EQ(map.Find(507 * kBlock)->descriptor.storeDataOffset, 1507 * kBlock);
+}
+
+// The fold written the plain way, with ordered maps for the mappings and
+// the waiting forwarders, for holding the map against on random lists.
+struct ReferenceFold {
+  std::map<uint64_t, StoreBlockMap::Mapping> forward;
+  std::map<uint64_t, uint64_t> reverse;
+  bool usable = true;
+
+  void Add(const BlockDescriptor& descriptor) {
+    if (!usable || descriptor.IsEmpty()) return;
+    if (descriptor.IsForwarder() && descriptor.storeDataOffset != 0) {
+      usable = false;
+      return;
+    }
+    if (descriptor.IsNotUsed()) return;
+    BlockDescriptor incoming = descriptor;
+    if (!incoming.IsOverlay() && reverse.count(incoming.originalOffset) != 0) {
+      const uint64_t origin = reverse[incoming.originalOffset];
+      reverse.erase(incoming.originalOffset);
+      incoming.originalOffset = origin;
+    }
+    if (incoming.IsForwarder() && incoming.originalOffset == incoming.relativeOffset) return;
+    auto existing = forward.find(incoming.originalOffset);
+    if (existing == forward.end()) {
+      forward[incoming.originalOffset].descriptor = incoming;
+    } else if (incoming.IsOverlay()) {
+      StoreBlockMap::Mapping& mapping = existing->second;
+      if (mapping.descriptor.IsOverlay()) {
+        mapping.descriptor.allocationBitmap |= incoming.allocationBitmap;
+      } else if (mapping.hasOverlay) {
+        mapping.overlay.allocationBitmap |= incoming.allocationBitmap;
+      } else {
+        mapping.hasOverlay = true;
+        mapping.overlay = incoming;
+      }
+      return;
+    } else {
+      const StoreBlockMap::Mapping replaced = existing->second;
+      existing->second.descriptor = incoming;
+      existing->second.hasOverlay = replaced.OverlayOf() != nullptr;
+      if (existing->second.hasOverlay) existing->second.overlay = *replaced.OverlayOf();
+    }
+    if (incoming.IsForwarder()) reverse[incoming.relativeOffset] = incoming.originalOffset;
+  }
+
+  template <typename Map>
+  static typename Map::const_iterator Range(const Map& map, uint64_t offset) {
+    auto it = map.upper_bound(offset);
+    if (it == map.begin()) return map.end();
+    --it;
+    return offset - it->first < kBlock ? it : map.end();
+  }
+};
+
+bool SameDescriptor(const BlockDescriptor& a, const BlockDescriptor& b) {
+  return a.originalOffset == b.originalOffset && a.relativeOffset == b.relativeOffset &&
+         a.storeDataOffset == b.storeDataOffset && a.flags == b.flags && a.allocationBitmap == b.allocationBitmap;
+}
+
+// A random list over a few dozen blocks: plain, overlay, forwarder and
+// not-used descriptors, some at offsets off the 16 KiB grid, in ascending
+// block order for the first `ascending` entries and in random order after.
+std::vector<BlockDescriptor> RandomList(std::mt19937_64& random, std::size_t length, std::size_t ascending) {
+  std::vector<BlockDescriptor> list;
+  for (std::size_t i = 0; i < length; ++i) {
+    const uint64_t block = i < ascending ? i * 3 + random() % 3 : random() % 40;
+    BlockDescriptor descriptor;
+    switch (random() % 8) {
+      case 0: descriptor = Overlay(block, 100 + random() % 50, static_cast<uint32_t>(random())); break;
+      case 1: descriptor = Forwarder(block, random() % 40); break;
+      case 2: descriptor = Plain(block, 100 + random() % 50, kNotUsed); break;
+      case 3: descriptor = Plain(block, 100 + random() % 50); descriptor.originalOffset += 512 * (random() % 32); break;
+      case 4: descriptor = Forwarder(block, random() % 40); descriptor.relativeOffset += 4096; break;
+      case 5:  // now and then a forwarder with a store data offset, which spoils the store
+        descriptor = random() % 20 == 0 ? Forwarder(block, 7) : Plain(block, 100 + random() % 50);
+        descriptor.storeDataOffset = 100 * kBlock;
+        break;
+      default: descriptor = Plain(block, 100 + random() % 50); break;
+    }
+    list.push_back(descriptor);
+  }
+  return list;
+}
+
+TEST(StoreBlockMap, AgreesWithThePlainFoldOnRandomListsInAnyOrder) {
+  std::mt19937_64 random(1122);
+  for (int round = 0; round < 400; ++round) {
+    const std::size_t length = 1 + random() % 60;
+    const std::size_t ascending = round % 3 == 0 ? length : random() % (length + 1);
+    const std::vector<BlockDescriptor> list = RandomList(random, length, ascending);
+    StoreBlockMap map;
+    ReferenceFold reference;
+    for (const BlockDescriptor& descriptor : list) {
+      map.Add(descriptor);
+      reference.Add(descriptor);
+    }
+    ASSERT_EQ(map.IsUsable(), reference.usable) << round;
+    ASSERT_EQ(map.MappingCount(), reference.forward.size()) << round;
+    ASSERT_EQ(map.ForwardTargetCount(), reference.reverse.size()) << round;
+    for (uint64_t offset = 0; offset < 200 * kBlock; offset += 512) {
+      const StoreBlockMap::Mapping* found = map.Find(offset);
+      auto expected = ReferenceFold::Range(reference.forward, offset);
+      ASSERT_EQ(found == nullptr, expected == reference.forward.end()) << round << " at " << offset;
+      if (found != nullptr) {
+        ASSERT_TRUE(SameDescriptor(found->descriptor, expected->second.descriptor)) << round << " at " << offset;
+        ASSERT_EQ(found->hasOverlay, expected->second.hasOverlay) << round << " at " << offset;
+        if (found->hasOverlay) {
+          ASSERT_TRUE(SameDescriptor(found->overlay, expected->second.overlay)) << round;
+        }
+      }
+      ASSERT_EQ(map.IsForwardTarget(offset),
+                ReferenceFold::Range(reference.reverse, offset) != reference.reverse.end())
+          << round << " at " << offset;
+    }
+  }
+}
+
+TEST(StoreBlockMap, FindBetweenAddsSeesEveryDescriptorSoFar) {
+  StoreBlockMap map;
+  map.Add(Plain(5, 40));
+  ASSERT_NE(map.Find(5 * kBlock), nullptr);
+  map.Add(Plain(2, 41));
+  ASSERT_NE(map.Find(2 * kBlock), nullptr);
+  EXPECT_EQ(map.Find(2 * kBlock)->descriptor.storeDataOffset, 41 * kBlock);
+  map.Add(Plain(9, 42));
+  map.Add(Plain(5, 43));
+  EXPECT_EQ(map.Find(5 * kBlock + 7)->descriptor.storeDataOffset, 43 * kBlock);
+  EXPECT_EQ(map.Find(9 * kBlock)->descriptor.storeDataOffset, 42 * kBlock);
+  EXPECT_EQ(map.Find(3 * kBlock), nullptr);
+  EXPECT_EQ(map.MappingCount(), 3u);
 }
 
 }  // namespace
