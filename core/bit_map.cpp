@@ -59,6 +59,22 @@ void BitMap::CopyOut(void* destination) const {
 
 // Target bit t is the OR of source bits t * group to t * group + group - 1;
 // a group of 1, 2, 4 or 8 bits never crosses a byte.
+bool BitMap::AnySet(uint64_t first, uint64_t count) const {
+  if (first >= BitCount()) return false;
+  // Measured from first, so that a huge count cannot wrap the end round.
+  const uint64_t end = first + std::min(count, BitCount() - first);
+  for (uint64_t i = first; i < end;) {
+    if (i % 8 == 0 && i + 8 <= end) {
+      if (bytes_[i / 8] != 0) return true;
+      i += 8;
+      continue;
+    }
+    if (Test(i)) return true;
+    ++i;
+  }
+  return false;
+}
+
 void BitMap::GroupInto(unsigned group, BitMap* target) const {
   const unsigned perByte = 8 / group;
   const unsigned mask = (1u << group) - 1;

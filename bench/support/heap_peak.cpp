@@ -44,4 +44,6 @@ int64_t HeapPeak::Live() const { return liveBytes.load() - base_; }
 
 int64_t HeapPeak::Peak() const { return peakBytes.load() - base_; }
 
+int64_t HeapPeak::Total() { return liveBytes.load(); }
+
 }  // namespace tolvarbench

@@ -18,6 +18,9 @@ class HeapPeak {
   // The highest Live() seen since construction.
   int64_t Peak() const;
 
+  // Bytes live now in the whole process.
+  static int64_t Total();
+
  private:
   int64_t base_;  // live bytes when this measurement began
 };

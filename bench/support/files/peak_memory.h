@@ -1,11 +1,13 @@
-// Counts the bytes held through the global operator new, so that a
-// benchmark can report the peak an operation reached above what was held
-// when it started. The replacement of operator new lives in peak_memory.cpp,
-// linked into every benchmark program.
+// The peak of the bytes held through the global operator new that an
+// operation reached above what was held when it started, and the process's
+// maximum resident set. The count itself is kept by HeapPeak, whose
+// replacement of operator new every benchmark program links.
 #ifndef TOLVAR_BENCH_SUPPORT_FILES_PEAK_MEMORY_H_
 #define TOLVAR_BENCH_SUPPORT_FILES_PEAK_MEMORY_H_
 
 #include <cstddef>
+
+#include "support/heap_peak.h"
 
 namespace tolvarbench {
 
@@ -24,7 +26,7 @@ class PeakMemory {
   static std::size_t MaxResident();
 
  private:
-  std::size_t start_;  // bytes held at construction
+  HeapPeak peak_;  // the count since construction
 };
 
 }  // namespace tolvarbench

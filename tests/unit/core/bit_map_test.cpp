@@ -63,6 +63,20 @@ TEST(BitMap, NextSetFindsEachSetBitInOrder) {
   EXPECT_EQ(empty.NextSet(3), 40u);
 }
 
+TEST(BitMap, AnySetLooksOnlyAtTheBitsInItsRange) {
+  BitMap map(4);  // 32 bits
+  map.Set(13);
+  EXPECT_FALSE(map.AnySet(0, 13));
+  EXPECT_TRUE(map.AnySet(0, 14));
+  EXPECT_TRUE(map.AnySet(13, 1));
+  EXPECT_FALSE(map.AnySet(14, 18));
+  EXPECT_TRUE(map.AnySet(8, 8));
+  EXPECT_FALSE(map.AnySet(0, 0));
+  EXPECT_FALSE(map.AnySet(32, 1));
+  EXPECT_TRUE(map.AnySet(1, UINT64_MAX));  // the end does not wrap round
+  EXPECT_FALSE(map.AnySet(UINT64_MAX, 2));
+}
+
 TEST(BitMap, InvertComplementsEveryByteIncludingSpareBits) {
   BitMap map(2);
   map.Set(0);
