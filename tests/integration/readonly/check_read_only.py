@@ -9,7 +9,6 @@ A control run of a program that does write must be caught by the same
 check. Exits 77 when strace or the image builder cannot run here."""
 import argparse
 import hashlib
-import json
 import os
 import re
 import shutil
@@ -136,14 +135,7 @@ def main():
         sys.exit(SKIP)
 
     prefix = os.path.join(arguments.work, "read-only-default")
-    built = subprocess.run([arguments.tool, "build", "default", "-o", prefix], env=environment)
-    if built.returncode == SKIP:
-        print("SKIP: the image builder cannot make images on this machine")
-        sys.exit(SKIP)
-    if built.returncode != 0:
-        sys.exit("the image builder failed with %d" % built.returncode)
-    with open(prefix + ".manifest.json") as handle:
-        snapshots = json.load(handle)["snapshots"]
+    snapshots = tolvar.build_default_image(arguments.tool, prefix)
     image = prefix + ".img"
 
     with tempfile.TemporaryDirectory(dir=arguments.work) as work:
