@@ -6,7 +6,6 @@
 //   init_bench [--benchmark_...] [--cold] [--block-size=N] NAME=IMAGE,FROM,TO...
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -110,12 +109,6 @@ void TakeOwnFlags(int* argc, char** argv) {
   *argc = kept;
 }
 
-long MaxResidentKiB() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -139,7 +132,7 @@ int main(int argc, char** argv) {
   }
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  std::fprintf(stderr, "init_bench: max resident set %ld KiB (%s page cache)\n", MaxResidentKiB(),
+  std::fprintf(stderr, "init_bench: max resident set %ld KiB (%s page cache)\n", tolvarbench::HeapPeak::MaxResidentKiB(),
                coldCache ? "cold" : "warm");
   return 0;
 }

@@ -7,7 +7,6 @@
 //   walk_bench [--benchmark_...] NAME=IMAGE,FROM,TO...
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -133,12 +132,6 @@ void WarmCase(const BenchCase& input, uint64_t blockSize, const std::vector<uint
   close(fd);
 }
 
-long MaxResidentKiB() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -170,6 +163,6 @@ int main(int argc, char** argv) {
   }
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  std::fprintf(stderr, "walk_bench: max resident set %ld KiB\n", MaxResidentKiB());
+  std::fprintf(stderr, "walk_bench: max resident set %ld KiB\n", tolvarbench::HeapPeak::MaxResidentKiB());
   return 0;
 }

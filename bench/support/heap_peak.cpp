@@ -1,6 +1,7 @@
 #include "support/heap_peak.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -45,5 +46,11 @@ int64_t HeapPeak::Live() const { return liveBytes.load() - base_; }
 int64_t HeapPeak::Peak() const { return peakBytes.load() - base_; }
 
 int64_t HeapPeak::Total() { return liveBytes.load(); }
+
+long HeapPeak::MaxResidentKiB() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
 
 }  // namespace tolvarbench

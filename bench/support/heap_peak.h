@@ -20,6 +20,8 @@ class HeapPeak {
 
   // Bytes live now in the whole process.
   static int64_t Total();
+  // The process's maximum resident set so far, in KiB.
+  static long MaxResidentKiB();
 
  private:
   int64_t base_;  // live bytes when this measurement began

@@ -1,7 +1,5 @@
 #include "bench/support/files/peak_memory.h"
 
-#include <sys/resource.h>
-
 namespace tolvarbench {
 
 PeakMemory::PeakMemory() = default;
@@ -16,10 +14,6 @@ std::size_t PeakMemory::Held() {
   return held > 0 ? static_cast<std::size_t>(held) : 0;
 }
 
-std::size_t PeakMemory::MaxResident() {
-  struct rusage usage = {};
-  getrusage(RUSAGE_SELF, &usage);
-  return static_cast<std::size_t>(usage.ru_maxrss) * 1024;
-}
+std::size_t PeakMemory::MaxResident() { return static_cast<std::size_t>(HeapPeak::MaxResidentKiB()) * 1024; }
 
 }  // namespace tolvarbench
