@@ -1,11 +1,13 @@
 // What the file exports' fuzz targets do with a tracking handle: open its
-// NTFS views, find the files of the newer view's root and its directories,
-// ask GetFileChangesMap for each (the size, then the map), ExcludeFiles
-// for all of them, and walk a few blocks of the handle that makes.
+// NTFS views, find the files of the newer view's root and its directories
+// (NTFS's own files left out), ask GetFileChangesMap for each (the size,
+// then the map), ExcludeFiles for all of them, and walk a few blocks of the
+// handle that makes.
 #ifndef TOLVAR_TESTS_FUZZ_FILE_EXPORTS_WORKLOAD_H_
 #define TOLVAR_TESTS_FUZZ_FILE_EXPORTS_WORKLOAD_H_
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -25,10 +27,12 @@ class FileExportsWorkload {
  public:
   static constexpr uint64_t kRootRecord = 5;
   static constexpr int kDepth = 2;                     // the root and one level of directories below it
-  static constexpr std::size_t kEntriesFollowed = 16;  // of each directory listed
+  static constexpr std::size_t kEntriesFollowed = 16;  // of each directory listed, NTFS's own files not counted
+  static constexpr std::size_t kEntriesRead = 32;      // of each directory listed, at most
   static constexpr std::size_t kPathsKept = 12;        // files mapped and excluded
   static constexpr uint64_t kMapLimit = 64 * 1024;     // largest change map asked for, in bytes
   static constexpr uint64_t kBlocksWalked = 64;        // of the excluded handle
+  static constexpr char kMetadataNamePrefix = '$';     // names of NTFS's own files
 
   // With TOLVAR_FUZZ_TRACE set, what each input did goes to stderr.
   static bool Tracing() {
@@ -70,7 +74,8 @@ class FileExportsWorkload {
                            int depth, std::vector<std::string>* paths) {
     if (!directory || depth == 0) return;
     std::vector<uint64_t> entries = ntfsparsercore::ListDirectory(directory);
-    if (entries.size() > kEntriesFollowed) entries.resize(kEntriesFollowed);
+    if (entries.size() > kEntriesRead) entries.resize(kEntriesRead);
+    std::size_t followed = 0;
     for (uint64_t number : entries) {
       if (paths->size() >= kPathsKept) return;
       if (number == directory->GetRecordNumber()) continue;
@@ -78,13 +83,26 @@ class FileExportsWorkload {
       if (!entry) continue;
       std::string name = ntfsparsercore::GetFileName(entry);
       if (name.empty()) continue;
-      std::string entryPath = path + "/" + name;
+      // NTFS's own files ($MFT, $Bitmap, $Extend...) come first in a real
+      // volume's root and would take every place: the user's files are the
+      // ones worth mapping.
+      if (name.front() == kMetadataNamePrefix) continue;
+      if (followed++ == kEntriesFollowed) return;
+      std::string entryPath = path + "/" + Lower(name);
       if (entry->IsDirectory()) {
         CollectPaths(volume, entry, entryPath, depth - 1, paths);
       } else {
         paths->push_back(entryPath);
       }
     }
+  }
+
+  // The path lookup compares each lower-cased file name with the path's
+  // component as given: paths go in lower case, so that names with capitals
+  // ("System Volume Information") are found too.
+  static std::string Lower(std::string name) {
+    for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return name;
   }
 
   // The size query, then the map into a buffer of that size; a map longer
