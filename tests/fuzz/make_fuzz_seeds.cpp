@@ -13,6 +13,23 @@
 //                                             with files, for the file exports
 //   make_fuzz_seeds store-files DIR           the same in stores, with the
 //                                             Init target's option bytes
+//   make_fuzz_seeds store-image DIR IMAGE     the bytes Init and the start
+//                                             of its block walk read from a
+//                                             volume image with a store, with
+//                                             option bytes
+//   make_fuzz_seeds store-volume-image DIR IMAGE
+//                                             the same bytes alone
+//   make_fuzz_seeds store-files-image DIR IMAGE
+//                                             the bytes Init and the file
+//                                             exports read, with option bytes
+//   make_fuzz_seeds file-changes-images DIR OLDER NEWER
+//                                             the bytes the file exports read
+//                                             from two versions of a volume
+//
+// The image kinds run Init from the shadow copy Id(0x101) to Id(0x102), as
+// the Init targets do, so the image's store must name those.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -20,12 +37,18 @@
 #include <string>
 #include <vector>
 
+#include "api/error_queue.h"
+#include "api/tracking_handle.h"
+#include "core/vss/api/vss_context.h"
+#include "tests/fixtures/fake_source_factory.h"
 #include "tests/fixtures/file_volume_images.h"
 #include "tests/fixtures/memory_source.h"
 #include "tests/fixtures/store_ntfs_image.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 #include "tests/fixtures/vss_store_builder.h"
+#include "tests/fuzz/file_changes_handle.h"
 #include "tests/fuzz/file_changes_input.h"
+#include "tests/fuzz/file_exports_workload.h"
 #include "tests/fuzz/ntfs_workload.h"
 #include "tests/fuzz/partition_file_source.h"
 #include "tests/fuzz/recording_source.h"
@@ -40,6 +63,7 @@ constexpr uint64_t kStoreVolumeSize = 16 * vss::kMiB;
 constexpr uint64_t kOldDataBase = 12 * vss::kMiB;     // where the old contents of changed blocks sit
 constexpr uint32_t kForwarder = 1;                    // block-list entry flag
 constexpr uint64_t kNtfsLimit = uint64_t{1} << 32;    // the NTFS target's largest volume
+constexpr uint64_t kStoreLimit = 16 * vss::kMiB;      // the store and file targets' largest volume
 
 void Write(const std::string& path, const std::vector<uint8_t>& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -287,9 +311,9 @@ void FileVersions(const std::string& dir) {
 
 // Two versions of a volume in a store: the option bytes, then the store's image.
 void WriteStoreVersions(const std::string& path, uint8_t blockSelector, uint8_t options,
-                        const tolvartest::vss::BuiltStore& built) {
+                        tolvartest::SparseSource& store) {
   std::vector<uint8_t> bytes = {blockSelector, options};
-  std::vector<uint8_t> volume = SparseVolumeInput::Encode(*built.source);
+  std::vector<uint8_t> volume = SparseVolumeInput::Encode(store);
   bytes.insert(bytes.end(), volume.begin(), volume.end());
   Write(path, bytes);
 }
@@ -302,12 +326,12 @@ void StoreFileVersions(const std::string& dir) {
   constexpr uint8_t kMissingPath = 0x02;
   constexpr uint8_t kNewestPass = 0x01;
   const tolvartest::vss::BuiltStore moved = StoreNtfsImage::Build();
-  WriteStoreVersions(dir + "/moved-4k", 0, 0, moved);
-  WriteStoreVersions(dir + "/moved-64k-newest-missing", 15, kNewestPass | kMissingPath, moved);
+  WriteStoreVersions(dir + "/moved-4k", 0, 0, *moved.source);
+  WriteStoreVersions(dir + "/moved-64k-newest-missing", 15, kNewestPass | kMissingPath, *moved.source);
   const tolvartest::vss::BuiltStore compressed =
       StoreNtfsImage::Build(CompressedAndSparseVolume(false), CompressedAndSparseVolume(true));
-  WriteStoreVersions(dir + "/compressed-sparse-4k", 0, 0, compressed);
-  WriteStoreVersions(dir + "/compressed-sparse-16k", 3, 0, compressed);
+  WriteStoreVersions(dir + "/compressed-sparse-4k", 0, 0, *compressed.source);
+  WriteStoreVersions(dir + "/compressed-sparse-16k", 3, 0, *compressed.source);
 }
 
 // Units of 4 KiB clusters (selector 3): one stored chunk, one compressed
@@ -323,12 +347,197 @@ void Units(const std::string& dir) {
   Write(dir + "/ended-chunk", ended);
 }
 
+
+// ---------------------------------------------------------------------------
+// Seeds recorded from volume images that the image builder made.
+
+// The size of the file at path, or 0 when it cannot be read.
+uint64_t FileSize(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return 0;
+  return static_cast<uint64_t>(status.st_size);
+}
+
+// The whole image file at path behind a recording source; exits when the
+// file cannot be opened.
+std::shared_ptr<tolvarfuzz::RecordingSource> RecordedImage(const std::string& path) {
+  auto file = std::make_shared<tolvarfuzz::PartitionFileSource>(path, 0, FileSize(path));
+  if (!file->IsOpen()) {
+    std::cerr << "cannot open " << path << "\n";
+    std::exit(1);
+  }
+  return std::make_shared<tolvarfuzz::RecordingSource>(file);
+}
+
+// True when the image fits the store and file targets' volumes; says why not otherwise.
+bool FitsStoreTargets(const std::string& image) {
+  if (FileSize(image) <= kStoreLimit) return true;
+  std::cout << "skipped " << image << ": " << FileSize(image) << " bytes, more than the " << kStoreLimit
+            << " the targets take\n";
+  return false;
+}
+
+// What Init does, on the recorded image opened through the library's own
+// volume provider: the handle, or null when Init would fail.
+std::unique_ptr<TrackingHandle> InitOnImage(const std::shared_ptr<tolvarfuzz::RecordingSource>& image,
+                                            uint64_t blockSize, uint32_t flags) {
+  static const char kPath[] = "image";
+  auto factory = std::make_shared<tolvartest::FakeSourceFactory>();
+  factory->Add(kPath, image);
+  auto handle = std::make_unique<TrackingHandle>();
+  handle->volumeProvider = std::make_unique<tolvarcore::VolumeProvider>(factory);
+  handle->blockProcessor = std::make_unique<tolvarcore::BlockProcessor>(blockSize, flags);
+  std::shared_ptr<tolvarcore::vss::VssVolume> volume = handle->volumeProvider->OpenVolume(kPath);
+  if (!volume) return nullptr;
+  std::shared_ptr<tolvarcore::vss::VssVolume> storage = handle->volumeProvider->FindStorage(volume);
+  if (!storage) return nullptr;
+  tolvarcore::vss::api::VssContext context(storage);
+  const std::pair<std::string, std::string> identifiers(vss::Id(0x101).ToString(), vss::Id(0x102).ToString());
+  if (handle->blockProcessor->Compute(context, *handle->volumeProvider, volume, storage, identifiers) != 0) {
+    return nullptr;
+  }
+  return handle;
+}
+
+// The first changed blocks of the handle, compared or not. Only their
+// contents go into the seed: the rest of the walk reads zeros, which keeps
+// the seed small (the whole walk's data is most of a store image's bytes).
+void WalkSome(TrackingHandle& handle, uint64_t blockSize, bool compare) {
+  constexpr int kBlocksRecorded = 16;
+  std::vector<uint8_t> block(blockSize);
+  for (int i = 0; i < kBlocksRecorded; ++i) {
+    uint64_t room = blockSize;
+    if (handle.blockProcessor->NextBlock(block.data(), &room, compare) < 0) break;
+  }
+}
+
+void DrainErrors() {
+  ErrorRecord record;
+  while (PopError(&record)) {
+  }
+}
+
+// Records what Init reads with and without the newest pass, with the
+// start of the block walk or (fileWork) the file exports' work after it.
+// Exits when Init fails: the image is not what the seeds need.
+std::shared_ptr<tolvartest::SparseSource> RecordInit(const std::string& image, bool fileWork) {
+  constexpr uint64_t kBlockSize = 4096;
+  auto recording = RecordedImage(image);
+  CreateErrorQueue();
+  for (uint32_t newestPass : {0u, static_cast<uint32_t>(TOLVAR_OPTION_NEWEST_PASS)}) {
+    std::unique_ptr<TrackingHandle> handle = InitOnImage(recording, kBlockSize, TOLVAR_OPTION_ERROR_QUEUE | newestPass);
+    if (!handle) {
+      std::cerr << "Init fails on " << image << "\n";
+      std::exit(1);
+    }
+    if (fileWork) {
+      tolvarfuzz::FileExportsWorkload::Run(handle.get(), kBlockSize, false);
+    } else {
+      WalkSome(*handle, kBlockSize, newestPass != 0);
+    }
+    DrainErrors();
+  }
+  DestroyErrorQueue();
+  return recording->Touched(kStoreLimit);
+}
+
+std::string BaseName(const std::string& path) { return path.substr(path.find_last_of('/') + 1); }
+
+// store_init (with option bytes: 4 KiB blocks; 16 KiB blocks with the
+// newest pass and compare) and store_reader (without) seeds from image.
+void StoreImage(const std::string& dir, const std::string& image) {
+  if (!FitsStoreTargets(image)) return;
+  std::shared_ptr<tolvartest::SparseSource> touched = RecordInit(image, false);
+  const std::string name = dir + "/" + BaseName(image);
+  std::vector<uint8_t> volume = SparseVolumeInput::Encode(*touched);
+  if (!g_storeOptions) {
+    Write(name, volume);
+    return;
+  }
+  for (const std::vector<uint8_t>& options : {std::vector<uint8_t>{0, 0}, std::vector<uint8_t>{3, 3}}) {
+    std::vector<uint8_t> bytes = options;
+    bytes.insert(bytes.end(), volume.begin(), volume.end());
+    Write(name + "-" + std::to_string(options[0]) + "-" + std::to_string(options[1]), bytes);
+  }
+}
+
+// store_files seeds from image: 4 KiB blocks, and 64 KiB blocks with the
+// newest pass and a missing path.
+void StoreFilesImage(const std::string& dir, const std::string& image) {
+  if (!FitsStoreTargets(image)) return;
+  std::shared_ptr<tolvartest::SparseSource> touched = RecordInit(image, true);
+  constexpr uint8_t kNewestPassAndMissingPath = 0x03;
+  WriteStoreVersions(dir + "/" + BaseName(image) + "-4k", 0, 0, *touched);
+  WriteStoreVersions(dir + "/" + BaseName(image) + "-64k-newest-missing", 15, kNewestPassAndMissingPath, *touched);
+}
+
+// The image file whole in a sparse source (chunks of zeros left out), so
+// that the file_changes handle can compare and read it as its target does.
+std::shared_ptr<tolvartest::SparseSource> LoadImage(const std::string& path) {
+  auto file = RecordedImage(path);
+  auto image = std::make_shared<tolvartest::SparseSource>(file->GetSize());
+  std::vector<uint8_t> chunk(tolvartest::SparseSource::kChunk);
+  for (uint64_t at = 0; at < file->GetSize(); at += chunk.size()) {
+    uint64_t count = file->Read(chunk.data(), chunk.size(), at);
+    if (std::any_of(chunk.begin(), chunk.begin() + count, [](uint8_t byte) { return byte != 0; })) {
+      image->Write(at, chunk.data(), count);
+    }
+  }
+  return image;
+}
+
+// Copies into target, from source, each chunk that chunks has.
+void CopyChunks(tolvartest::SparseSource& chunks, tolvartest::SparseSource& source, tolvartest::SparseSource* target) {
+  std::vector<uint8_t> bytes(tolvartest::SparseSource::kChunk);
+  for (const auto& chunk : chunks.Chunks()) {
+    const uint64_t at = chunk.first * tolvartest::SparseSource::kChunk;
+    target->Write(at, bytes.data(), source.Read(bytes.data(), bytes.size(), at));
+  }
+}
+
+// file_changes seeds from two versions of a volume: what the file exports
+// read from each at 4 KiB and 16 KiB blocks.
+void FileChangesImages(const std::string& dir, const std::string& olderPath, const std::string& newerPath) {
+  if (!FitsStoreTargets(olderPath) || !FitsStoreTargets(newerPath)) return;
+  std::shared_ptr<tolvartest::SparseSource> older = LoadImage(olderPath);
+  std::shared_ptr<tolvartest::SparseSource> newer = LoadImage(newerPath);
+  if (older->GetSize() != newer->GetSize()) {
+    std::cerr << olderPath << " and " << newerPath << " differ in size\n";
+    std::exit(1);
+  }
+  auto olderRecording = std::make_shared<tolvarfuzz::RecordingSource>(older);
+  auto newerRecording = std::make_shared<tolvarfuzz::RecordingSource>(newer);
+  CreateErrorQueue();
+  for (uint8_t selector : {uint8_t{0}, uint8_t{3}}) {
+    const uint64_t blockSize = (selector + 1) * tolvarfuzz::FileChangesInput::kBlockSizeUnit;
+    tolvarfuzz::FileChangesHandle::Run(blockSize, 0,
+                                       tolvarfuzz::FileChangesHandle::ChangedBlocks(*older, *newer, blockSize, false),
+                                       olderRecording, newerRecording);
+    DrainErrors();
+  }
+  DestroyErrorQueue();
+  // Each version keeps the chunks either read, so that the older one's
+  // patches on the newer one are the chunks that differ.
+  std::shared_ptr<tolvartest::SparseSource> newerTouched = newerRecording->Touched(kStoreLimit);
+  std::shared_ptr<tolvartest::SparseSource> olderTouched = olderRecording->Touched(kStoreLimit);
+  CopyChunks(*newerTouched, *older, olderTouched.get());
+  CopyChunks(*olderTouched, *newer, newerTouched.get());
+  const std::string name = dir + "/" + BaseName(newerPath);
+  Write(name + "-4k", tolvarfuzz::FileChangesInput::Encode(0, 0, *olderTouched, *newerTouched));
+  Write(name + "-16k-inverted-missing",
+        tolvarfuzz::FileChangesInput::Encode(3, tolvarfuzz::FileChangesInput::kInvertChanges |
+                                                    tolvarfuzz::FileChangesInput::kMissingPath,
+                                             *olderTouched, *newerTouched));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 3) {
     std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|ntfs-records|lznt1|file-changes|store-files DIR "
-                 "[IMAGE START LENGTH]...\n";
+                 "[IMAGE START LENGTH]...\n"
+                 "       make_fuzz_seeds store-image|store-volume-image|store-files-image DIR IMAGE\n"
+                 "       make_fuzz_seeds file-changes-images DIR OLDER NEWER\n";
     return 2;
   }
   std::string kind = argv[1];
@@ -346,6 +555,15 @@ int main(int argc, char** argv) {
     FileVersions(dir);
   } else if (kind == "store-files") {
     StoreFileVersions(dir);
+  } else if (kind == "store-image" && argc == 4) {
+    StoreImage(dir, argv[3]);
+  } else if (kind == "store-volume-image" && argc == 4) {
+    g_storeOptions = false;
+    StoreImage(dir, argv[3]);
+  } else if (kind == "store-files-image" && argc == 4) {
+    StoreFilesImage(dir, argv[3]);
+  } else if (kind == "file-changes-images" && argc == 5) {
+    FileChangesImages(dir, argv[3], argv[4]);
   } else if (kind == "ntfs") {
     BuiltVolumes(dir);
     for (int i = 3; i + 2 < argc; i += 3) {
