@@ -403,7 +403,7 @@ std::unique_ptr<TrackingHandle> InitOnImage(const std::shared_ptr<tolvarfuzz::Re
 // contents go into the seed: the rest of the walk reads zeros, which keeps
 // the seed small (the whole walk's data is most of a store image's bytes).
 void WalkSome(TrackingHandle& handle, uint64_t blockSize, bool compare) {
-  constexpr int kBlocksRecorded = 16;
+  constexpr int kBlocksRecorded = 4;
   std::vector<uint8_t> block(blockSize);
   for (int i = 0; i < kBlocksRecorded; ++i) {
     uint64_t room = blockSize;
