@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -83,6 +85,40 @@ TEST(BitMap, InvertComplementsEveryByteIncludingSpareBits) {
   map.Set(15);
   map.Invert();
   EXPECT_EQ(BytesOf(map), (std::vector<uint8_t>{0xFE, 0x7F}));
+}
+
+// Random maps of many lengths, unaligned ends included, against the
+// byte-by-byte definitions of the whole-map operations.
+std::unique_ptr<BitMap> RandomMap(uint64_t bytes, std::mt19937* random) {
+  auto map = std::make_unique<BitMap>(bytes);
+  for (uint64_t k = 0; k < bytes; ++k) map->Data()[k] = static_cast<uint8_t>((*random)());
+  return map;
+}
+
+TEST(BitMap, WholeMapOperationsAgreeWithTheirByteDefinitionsOnRandomMaps) {
+  std::mt19937 random(20261122);
+  for (uint64_t selfBytes = 1; selfBytes <= 41; ++selfBytes) {
+    for (uint64_t otherBytes : {uint64_t{1}, selfBytes - (selfBytes > 3 ? 3 : 0), selfBytes, selfBytes + 9}) {
+      std::unique_ptr<BitMap> self = RandomMap(selfBytes, &random);
+      std::unique_ptr<BitMap> other = RandomMap(otherBytes, &random);
+      const std::vector<uint8_t> before = BytesOf(*self);
+      const std::vector<uint8_t> others = BytesOf(*other);
+
+      std::vector<uint8_t> inverted = before;
+      for (uint8_t& b : inverted) b = static_cast<uint8_t>(~b);
+      BitMap invertedMap(selfBytes);
+      std::copy(before.begin(), before.end(), invertedMap.Data());
+      invertedMap.Invert();
+      EXPECT_EQ(BytesOf(invertedMap), inverted) << selfBytes;
+
+      std::vector<uint8_t> andNot = before;
+      for (uint64_t k = 0; k < std::min(selfBytes, otherBytes); ++k) {
+        andNot[k] = static_cast<uint8_t>(others[k] & ~before[k]);
+      }
+      self->AndNot(*other);
+      EXPECT_EQ(BytesOf(*self), andNot) << selfBytes << " " << otherBytes;
+    }
+  }
 }
 
 TEST(BitMap, AndNotOf0011Into0101Leaves0010) {
