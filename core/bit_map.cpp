@@ -78,8 +78,6 @@ void BitMap::CopyOut(void* destination) const {
   std::memcpy(destination, bytes_.get(), static_cast<std::size_t>(byteCount_));
 }
 
-// Target bit t is the OR of source bits t * group to t * group + group - 1;
-// a group of 1, 2, 4 or 8 bits never crosses a byte.
 bool BitMap::AnySet(uint64_t first, uint64_t count) const {
   if (first >= BitCount()) return false;
   // Measured from first, so that a huge count cannot wrap the end round.
@@ -96,15 +94,27 @@ bool BitMap::AnySet(uint64_t first, uint64_t count) const {
   return false;
 }
 
+// Target bit t is the OR of source bits t * group to t * group + group - 1;
+// a group of 1, 2, 4 or 8 bits never crosses a byte.
 void BitMap::GroupInto(unsigned group, BitMap* target) const {
   const unsigned perByte = 8 / group;
   const unsigned mask = (1u << group) - 1;
-  for (uint64_t k = 0; k < byteCount_; ++k) {
-    const unsigned byte = bytes_[k];
-    if (byte == 0) continue;
+  // What each source byte gives: one bit per group of its bits, lowest first.
+  uint8_t folded[256];
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    unsigned bits = 0;
     for (unsigned g = 0; g < perByte; ++g) {
-      if ((byte >> (g * group)) & mask) target->Set(k * perByte + g);
+      if ((byte >> (g * group)) & mask) bits |= 1u << g;
     }
+    folded[byte] = static_cast<uint8_t>(bits);
+  }
+  // Source byte k gives target bits k * perByte on, which share one byte.
+  uint8_t* out = target->bytes_.get();
+  for (uint64_t k = 0; k < byteCount_; ++k) {
+    if (bytes_[k] == 0) continue;
+    const uint64_t first = k * perByte;
+    if (first / 8 >= target->byteCount_) break;  // this and later bits lie past the target
+    out[first / 8] = static_cast<uint8_t>(out[first / 8] | folded[bytes_[k]] << (first % 8));
   }
 }
 
