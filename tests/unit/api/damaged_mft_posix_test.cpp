@@ -41,6 +41,9 @@ constexpr uint64_t kSectorSize = 512;
 
 const std::string kEndMarker = "Unexpected attribute type was expected(4096), actual(4294967295)";
 
+// The end-of-attributes message of count record walks.
+std::vector<ErrorRecord> EndMarkers(std::size_t count) { return std::vector<ErrorRecord>(count, Record(3, kEndMarker)); }
+
 std::string ShadowCopyId(uint32_t n) { return Image::ShadowCopyId(n); }
 
 vss::BuiltStore BuildImage() { return Image::Build(); }
@@ -92,10 +95,6 @@ class DamagedMft : public tolvartest::QueueTest {
     return outcome;
   }
 
-  static std::vector<ErrorRecord> EndMarkers(std::size_t count) {
-    return std::vector<ErrorRecord>(count, Record(3, kEndMarker));
-  }
-
   // Messages of several groups, in order.
   static std::vector<ErrorRecord> Join(const std::vector<std::vector<ErrorRecord>>& groups) {
     std::vector<ErrorRecord> all;
@@ -117,9 +116,9 @@ constexpr std::size_t kLookupWalks = 6;
 // Opening an NTFS view walks the MFT's record 0 for its data attribute.
 constexpr std::size_t kViewWalks = 1;
 
-TEST_F(DamagedMft, SoundImageMapsAndExcludesAFile) {
-  vss::BuiltStore built = BuildImage();
-  FileOutcome outcome = RunOn(*built.source, "/a.bin");
+// What the sound image gives for /a.bin: Init, the map and the exclusion
+// succeed, with only the end-of-attributes messages of the record walks.
+void ExpectSoundOutcome(const FileOutcome& outcome) {
   EXPECT_EQ(outcome.initStatus, TOLVAR_OK);
   EXPECT_EQ(outcome.initMessages, InitMessages());
   // The first call opens both views, then looks the file up in the newer one.
@@ -134,6 +133,11 @@ TEST_F(DamagedMft, SoundImageMapsAndExcludesAFile) {
   EXPECT_EQ(outcome.excludeStatus, TOLVAR_OK);
   EXPECT_TRUE(outcome.excludedHandle);
   EXPECT_EQ(outcome.excludeMessages, EndMarkers(kLookupWalks));
+}
+
+TEST_F(DamagedMft, SoundImageMapsAndExcludesAFile) {
+  vss::BuiltStore built = BuildImage();
+  ExpectSoundOutcome(RunOn(*built.source, "/a.bin"));
 }
 
 // A file record whose MFT page could not be loaded: its header read fails,
@@ -249,18 +253,7 @@ TEST_F(DamagedMft, MftRecordZeroWhoseSectorEndsDoNotMatchItsUpdateSequenceNumber
   const uint8_t wrong[2] = {0xde, 0xad};
   built.source->Write(kMftOffset + kSectorSize - 2, wrong, sizeof wrong);
   built.source->Write(kMftOffset + 2 * kSectorSize - 2, wrong, sizeof wrong);
-  FileOutcome outcome = RunOn(*built.source, "/a.bin");
-  EXPECT_EQ(outcome.initStatus, TOLVAR_OK);
-  EXPECT_EQ(outcome.initMessages, InitMessages());
-  EXPECT_EQ(outcome.sizeStatus, TOLVAR_SIZE_RETURNED);
-  EXPECT_EQ(outcome.mapSize, 1u);
-  EXPECT_EQ(outcome.sizeMessages, EndMarkers(2 * kViewWalks + kLookupWalks));
-  EXPECT_EQ(outcome.mapStatus, TOLVAR_OK);
-  EXPECT_EQ(outcome.map, (std::vector<uint8_t>{0x07}));
-  EXPECT_EQ(outcome.mapMessages, EndMarkers(2 * kLookupWalks));
-  EXPECT_EQ(outcome.excludeStatus, TOLVAR_OK);
-  EXPECT_TRUE(outcome.excludedHandle);
-  EXPECT_EQ(outcome.excludeMessages, EndMarkers(kLookupWalks));
+  ExpectSoundOutcome(RunOn(*built.source, "/a.bin"));
 }
 
 }  // namespace
