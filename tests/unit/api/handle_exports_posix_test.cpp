@@ -2,6 +2,8 @@
 // only: the shadow copies are rebuilt from the store, with no service.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -130,6 +132,56 @@ TEST_F(MainUse, WithBit0ClearChangesOnlyInTheEndIndexRecordDoNotReachTheBitmap) 
   TolvarHandle withPass = Open(1, 2, 4096, kFlags | TOLVAR_OPTION_NEWEST_PASS);
   EXPECT_EQ(SetBits(Bitmap(withPass)), (std::vector<uint64_t>{256, 257, 258, 259}));
   FreeHandle(withPass);
+}
+
+// The changed bitmap at 16 KiB is the end snapshot's store bitmap combined
+// with the start's (start AND NOT end over the bytes both have, the end's
+// own bytes beyond), cut or padded to whole bytes of the end's volume,
+// plus every block that the index records of the snapshots before the end
+// name; volumes of every size, not only multiples of 128 KiB.
+TEST_F(MainUse, DiffBitmapCombinesTheStoreBitmapsAndIndexRecordsForAnyVolumeSizes) {
+  constexpr uint64_t kBlock = 16384;
+  std::mt19937_64 random(20261122);
+  const std::vector<std::pair<uint64_t, uint64_t>> sizes = {
+      {32 * tolvartest::vss::kMiB, 32 * tolvartest::vss::kMiB},
+      {32 * tolvartest::vss::kMiB + 3 * kBlock, 32 * tolvartest::vss::kMiB + 3 * kBlock},
+      {16 * tolvartest::vss::kMiB + kBlock + 512, 32 * tolvartest::vss::kMiB + 5 * kBlock},
+      {32 * tolvartest::vss::kMiB + 7 * kBlock, 16 * tolvartest::vss::kMiB + 2 * kBlock + 100}};
+  for (const auto& size : sizes) {
+    StoreSpec spec;
+    spec.snapshots = {Snap(1, 10), Snap(2, 20), Snap(3, 30)};
+    const uint64_t volumeSizes[] = {size.first, size.second / 2, size.second};
+    std::vector<std::vector<uint8_t>> raw(3);
+    for (int s = 0; s < 3; ++s) {
+      spec.snapshots[s].volumeSize = volumeSizes[s];
+      raw[s].assign(volumeSizes[s] >> 17, 0);
+      for (uint64_t block = 0; block < raw[s].size() * 8; ++block) {
+        if (random() % 3 != 0) continue;
+        spec.snapshots[s].bitmapBlocks.push_back(block);
+        raw[s][block / 8] |= static_cast<uint8_t>(1u << (block % 8));
+      }
+      spec.snapshots[s].descriptors = {Block((random() % (volumeSizes[s] / kBlock)) * kBlock)};
+    }
+    Build(spec);
+
+    std::vector<uint8_t> current = raw[2];
+    const std::vector<uint8_t>& reference = raw[0];
+    for (std::size_t k = 0; k < std::min(current.size(), reference.size()); ++k) {
+      current[k] = static_cast<uint8_t>(reference[k] & ~current[k]);
+    }
+    const uint64_t endBlocks = (size.second + kBlock - 1) / kBlock;
+    std::vector<uint8_t> expected((endBlocks + 7) / 8, 0);
+    for (std::size_t k = 0; k < std::min(current.size(), expected.size()); ++k) expected[k] = current[k];
+    for (int s = 0; s < 2; ++s) {
+      const uint64_t block = spec.snapshots[s].descriptors[0].original / kBlock;
+      if (block / 8 < expected.size()) expected[block / 8] |= static_cast<uint8_t>(1u << (block % 8));
+    }
+
+    TolvarHandle handle = Open(1, 3, kBlock);
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(Bitmap(handle), expected) << size.first << " " << size.second;
+    FreeHandle(handle);
+  }
 }
 
 TEST_F(MainUse, GetBlockWithAShortBufferAsksForTheBlockSizeThenServesTheFirstBlock) {
