@@ -244,8 +244,8 @@ TEST(BitMapRescale, AgreesWithTheDefinitionOnRandomMapsOfManyLengths) {
     unitPairs.emplace_back(odd, 65536);
     unitPairs.emplace_back(4096, odd);
   }
-  for (uint64_t bytes : {1u, 2u, 7u, 8u, 9u, 33u, 100u}) {
-    for (unsigned density : {2u, 50u, 98u}) {
+  for (uint64_t bytes : {1u, 2u, 7u, 8u, 9u, 15u, 16u, 24u, 33u, 64u, 100u, 257u}) {
+    for (unsigned density : {0u, 2u, 50u, 98u, 100u}) {
       BitMap map(bytes);
       for (uint64_t i = 0; i < map.BitCount(); ++i) {
         if (random() % 100 < density) map.Set(i);
