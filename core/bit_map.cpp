@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ntfsparsercore/io/little_endian.h"
+
 namespace tolvarcore {
 
 BitMap::BitMap(uint64_t byteCount)
@@ -94,27 +96,75 @@ bool BitMap::AnySet(uint64_t first, uint64_t count) const {
   return false;
 }
 
+namespace {
+
+// One bit per group of bits of a 64-bit word, lowest group first: the OR of
+// each run of `group` bits (1, 2, 4 or 8), packed into the low 64 / group
+// bits. Each step halves the distance between the bits still wanted.
+template <unsigned kGroup>
+uint64_t FoldWord(uint64_t x) {
+  if (kGroup == 2) {
+    x = (x | x >> 1) & 0x5555555555555555ull;
+    x = (x | x >> 1) & 0x3333333333333333ull;
+    x = (x | x >> 2) & 0x0F0F0F0F0F0F0F0Full;
+    x = (x | x >> 4) & 0x00FF00FF00FF00FFull;
+    x = (x | x >> 8) & 0x0000FFFF0000FFFFull;
+    return (x | x >> 16) & 0xFFFFFFFFull;
+  }
+  if (kGroup == 4) {
+    x |= x >> 1;
+    x = (x | x >> 2) & 0x1111111111111111ull;
+    x = (x | x >> 3) & 0x0303030303030303ull;
+    x = (x | x >> 6) & 0x000F000F000F000Full;
+    x = (x | x >> 12) & 0x000000FF000000FFull;
+    return (x | x >> 24) & 0xFFFFull;
+  }
+  if (kGroup == 8) {
+    x |= x >> 1;
+    x |= x >> 2;
+    x = (x | x >> 4) & 0x0101010101010101ull;
+    x = (x | x >> 7) & 0x0003000300030003ull;
+    x = (x | x >> 14) & 0x0000000F0000000Full;
+    return (x | x >> 28) & 0xFFull;
+  }
+  return x;
+}
+
+// Eight source bytes at a time give 8 / kGroup whole target bytes; the
+// bytes left over, and those whose target bytes would lie past the target's
+// end, go one at a time, each into its share of a target byte.
+template <unsigned kGroup>
+void GroupBytes(const uint8_t* source, uint64_t sourceBytes, uint8_t* target, uint64_t targetBytes) {
+  constexpr uint64_t kOutBytes = 8 / kGroup;
+  uint64_t k = 0;
+  for (; k + 8 <= sourceBytes && k / kGroup + kOutBytes <= targetBytes; k += 8) {
+    const uint64_t word = ntfsparsercore::io::LoadLe64(source + k);
+    if (word == 0) continue;
+    // Maps of blocks in use are mostly whole runs of set bits.
+    const uint64_t folded = word == ~0ull ? ~0ull : FoldWord<kGroup>(word);
+    for (uint64_t b = 0; b < kOutBytes; ++b) target[k / kGroup + b] = static_cast<uint8_t>(folded >> (8 * b));
+  }
+  for (; k < sourceBytes; ++k) {
+    if (source[k] == 0) continue;
+    // Source byte k gives target bits k * 8 / kGroup on, which share one byte.
+    const uint64_t first = k * 8 / kGroup;
+    if (first / 8 >= targetBytes) break;  // this and later bits lie past the target
+    target[first / 8] = static_cast<uint8_t>(target[first / 8] | FoldWord<kGroup>(source[k]) << (first % 8));
+  }
+}
+
+}  // namespace
+
 // Target bit t is the OR of source bits t * group to t * group + group - 1;
 // a group of 1, 2, 4 or 8 bits never crosses a byte.
 void BitMap::GroupInto(unsigned group, BitMap* target) const {
-  const unsigned perByte = 8 / group;
-  const unsigned mask = (1u << group) - 1;
-  // What each source byte gives: one bit per group of its bits, lowest first.
-  uint8_t folded[256];
-  for (unsigned byte = 0; byte < 256; ++byte) {
-    unsigned bits = 0;
-    for (unsigned g = 0; g < perByte; ++g) {
-      if ((byte >> (g * group)) & mask) bits |= 1u << g;
-    }
-    folded[byte] = static_cast<uint8_t>(bits);
-  }
-  // Source byte k gives target bits k * perByte on, which share one byte.
-  uint8_t* out = target->bytes_.get();
-  for (uint64_t k = 0; k < byteCount_; ++k) {
-    if (bytes_[k] == 0) continue;
-    const uint64_t first = k * perByte;
-    if (first / 8 >= target->byteCount_) break;  // this and later bits lie past the target
-    out[first / 8] = static_cast<uint8_t>(out[first / 8] | folded[bytes_[k]] << (first % 8));
+  const uint8_t* from = bytes_.get();
+  uint8_t* to = target->bytes_.get();
+  switch (group) {
+    case 1: return GroupBytes<1>(from, byteCount_, to, target->byteCount_);
+    case 2: return GroupBytes<2>(from, byteCount_, to, target->byteCount_);
+    case 4: return GroupBytes<4>(from, byteCount_, to, target->byteCount_);
+    default: return GroupBytes<8>(from, byteCount_, to, target->byteCount_);
   }
 }
 
