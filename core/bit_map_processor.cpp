@@ -52,6 +52,13 @@ void Apply(const BitMap* held, BitMap* target) {
   for (; k < common; ++k) to[k] = static_cast<uint8_t>(to[k] | from[k]);
 }
 
+std::unique_ptr<BitMap> Take(std::unique_ptr<BitMap>* held, uint64_t byteCount) {
+  if (*held && (*held)->SizeInBytes() == byteCount) return std::move(*held);
+  auto map = std::make_unique<BitMap>(byteCount);
+  Apply(held->get(), map.get());
+  return map;
+}
+
 }  // namespace
 
 BitMapProcessor::BitMapProcessor() = default;
@@ -89,5 +96,9 @@ bool BitMapProcessor::Load(const std::shared_ptr<vss::VssVolume>& volume,
 void BitMapProcessor::ApplyCurrent(BitMap* target) const { Apply(current_.get(), target); }
 
 void BitMapProcessor::ApplyReference(BitMap* target) const { Apply(reference_.get(), target); }
+
+std::unique_ptr<BitMap> BitMapProcessor::TakeCurrent(uint64_t byteCount) { return Take(&current_, byteCount); }
+
+std::unique_ptr<BitMap> BitMapProcessor::TakeReference(uint64_t byteCount) { return Take(&reference_, byteCount); }
 
 }  // namespace tolvarcore

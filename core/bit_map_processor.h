@@ -34,6 +34,13 @@ class BitMapProcessor {
   // or target is absent.
   virtual void ApplyCurrent(BitMap* target) const;
   virtual void ApplyReference(BitMap* target) const;
+
+  // A new map of byteCount bytes holding what ApplyCurrent (ApplyReference)
+  // would set in a clear map of that size. When the held bitmap has that
+  // size already it is handed over instead of copied, and no longer held:
+  // on large volumes this spares a fresh map and a pass over it.
+  std::unique_ptr<BitMap> TakeCurrent(uint64_t byteCount);
+  std::unique_ptr<BitMap> TakeReference(uint64_t byteCount);
   virtual ~BitMapProcessor();
 
   // The held bitmaps, or null; for inspection.

@@ -81,10 +81,8 @@ int64_t BlockProcessor::Compute(vss::api::VssContext& context, VolumeProvider& v
   // volume size from the catalog is then backed by that many bitmap bytes on
   // disk and cannot ask for terabytes.
   const uint64_t bitmapBytes = StoreBitmapBytes(end->GetVolumeSize());
-  auto changed = std::make_shared<BitMap>(bitmapBytes);
-  auto comparison = std::make_shared<BitMap>(bitmapBytes);
-  bitmaps.ApplyCurrent(changed.get());
-  bitmaps.ApplyReference(comparison.get());
+  std::shared_ptr<BitMap> changed = bitmaps.TakeCurrent(bitmapBytes);
+  std::shared_ptr<BitMap> comparison = bitmaps.TakeReference(bitmapBytes);
 
   // Every snapshot but the end one adds the blocks its index record names.
   for (auto it = sequence.begin(); std::next(it) != sequence.end(); ++it) {

@@ -229,4 +229,38 @@ TEST_F(BitMapProcessorTest, ApplyWithAbsentBitmapsDoesNothing) {
   EXPECT_EQ(Bytes(&target), (std::vector<uint8_t>{0, 0, 0, 0}));
 }
 
+TEST_F(BitMapProcessorTest, TakenBitmapsHoldWhatApplyWouldSetInAClearMapOfThatSize) {
+  spec_.volumeSize = 2 * kMiB;
+  spec_.snapshots = {Snap(1, 1), Snap(2, 2)};
+  spec_.snapshots[0].volumeSize = kMiB;
+  spec_.snapshots[0].bitmapBlocks = {0, 1, 9, 63};
+  spec_.snapshots[1].bitmapBlocks = {1, 70, 127};
+  Build();
+  for (uint64_t size : {1u, 8u, 9u, 16u, 17u}) {
+    BitMapProcessor processor;
+    ASSERT_TRUE(processor.Load(volume_, snapshots_[0], snapshots_[1]));
+    BitMap changed(size);
+    BitMap comparison(size);
+    processor.ApplyCurrent(&changed);
+    processor.ApplyReference(&comparison);
+    EXPECT_EQ(Bytes(processor.TakeCurrent(size).get()), Bytes(&changed)) << size;
+    EXPECT_EQ(Bytes(processor.TakeReference(size).get()), Bytes(&comparison)) << size;
+  }
+}
+
+TEST_F(BitMapProcessorTest, AHeldBitmapOfTheWantedSizeIsHandedOver) {
+  spec_.snapshots = {Snap(1, 1), Snap(2, 2)};
+  Build();
+  ASSERT_TRUE(processor_.Load(volume_, snapshots_[0], snapshots_[1]));
+  const BitMap* current = processor_.GetCurrent();
+  EXPECT_EQ(processor_.TakeCurrent(8).get(), current);
+  EXPECT_EQ(processor_.GetCurrent(), nullptr);
+  EXPECT_NE(processor_.TakeReference(9).get(), nullptr);
+  EXPECT_NE(processor_.GetReference(), nullptr);  // copied, still held
+}
+
+TEST_F(BitMapProcessorTest, TakingWithoutAHeldBitmapGivesAClearMap) {
+  EXPECT_EQ(Bytes(processor_.TakeReference(3).get()), (std::vector<uint8_t>{0, 0, 0}));
+}
+
 }  // namespace
