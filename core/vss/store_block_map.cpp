@@ -114,6 +114,11 @@ void StoreBlockMap::Add(const BlockDescriptor& descriptor) {
   if (incoming.IsForwarder()) reverse_[incoming.relativeOffset] = incoming.originalOffset;
 }
 
+void StoreBlockMap::Reserve(std::size_t mappings) {
+  keys_.reserve(mappings);
+  mappings_.reserve(mappings);
+}
+
 void StoreBlockMap::AddPayload(const uint8_t* payload, uint64_t size) {
   for (uint64_t at = 0; size - at >= BlockDescriptor::kSize; at += BlockDescriptor::kSize) {
     Add(BlockDescriptor::Parse(payload + at));

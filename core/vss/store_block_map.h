@@ -36,6 +36,10 @@ class StoreBlockMap {
   // Folds a whole block list, in list order.
   explicit StoreBlockMap(const std::vector<BlockDescriptor>& blockList);
 
+  // Makes room for up to this many mappings at once, so that a long list
+  // does not move the map while it grows.
+  void Reserve(std::size_t mappings);
+
   // Folds the next descriptor of the block list. Empty and not-used
   // descriptors change nothing; after a forwarder that names a store data
   // offset the store is unusable and the rest of the list is ignored.

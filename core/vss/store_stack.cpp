@@ -1,5 +1,7 @@
 #include "core/vss/store_stack.h"
 
+#include <algorithm>
+
 #include "api/error_queue.h"
 #include "core/vss/block_descriptor.h"
 #include "core/vss/records/catalog.h"
@@ -12,6 +14,10 @@ namespace tolvarcore {
 namespace vss {
 
 namespace {
+
+// Mappings reserved for one block list at most (about 290 MB); longer lists
+// grow the map as they go.
+constexpr uint64_t kLargestReservation = 4u << 20;
 
 // The whole payload of the record at offset, every page in chain order.
 std::vector<uint8_t> ReadPayload(const VssVolume& storage, uint64_t offset) {
@@ -27,6 +33,10 @@ std::shared_ptr<const StoreBlockMap> ReadBlockMap(const VssVolume& storage, uint
   auto record = storage.OpenRecord(offset);
   if (record->PageCount() == 0) return nullptr;
   auto map = std::make_shared<StoreBlockMap>();
+  // Room for every slot of the list's pages, up to a bound that a damaged
+  // chain cannot push into an allocation of its own size.
+  const uint64_t slots = record->PageCount() * (VssRecord::kPayloadPerPage / BlockDescriptor::kSize);
+  map->Reserve(static_cast<std::size_t>(std::min<uint64_t>(slots, kLargestReservation)));
   uint8_t bytes[BlockDescriptor::kSize];
   for (uint64_t at = 0; record->Read(bytes, sizeof bytes, at) == sizeof bytes; at += sizeof bytes) {
     map->Add(BlockDescriptor::Parse(bytes));
