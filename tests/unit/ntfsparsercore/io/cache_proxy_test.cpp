@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+#include <map>
 #include <memory>
+#include <random>
+#include <utility>
 #include <vector>
 
 #include "tests/fixtures/error_queue_test.h"
@@ -16,6 +21,7 @@ using tolvartest::FaultSource;
 using tolvartest::PatternBytes;
 using tolvartest::Record;
 using ReadCall = FaultSource::ReadCall;
+using ntfsparsercore::io::ISource;
 
 class CacheProxyTest : public tolvartest::QueueTest {
  protected:
@@ -126,6 +132,105 @@ TEST_F(CacheProxyTest, PositionAbove4GiBIsReportedByItsLow32Bits) {
 TEST_F(CacheProxyTest, GetSizeIsTheSourceSize) {
   MakeProxy(40);
   EXPECT_EQ(proxy_->GetSize(), 40u);
+}
+
+// Reads that start at chosen offsets fail: such a read writes its first
+// `written` bytes and claims `returned` (either may be the larger). Every
+// read fails or succeeds the same way each time it is made.
+class FailingLines : public ISource {
+ public:
+  explicit FailingLines(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
+
+  void Fail(uint64_t offset, uint64_t written, uint64_t returned) { failures_[offset] = {written, returned}; }
+
+  uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override {
+    if (offset >= bytes_.size()) return 0;
+    const uint64_t available = std::min<uint64_t>(size, bytes_.size() - offset);
+    uint64_t written = available;
+    uint64_t returned = available;
+    auto failure = failures_.find(offset);
+    if (failure != failures_.end()) {
+      written = std::min(failure->second.first, available);
+      returned = failure->second.second;
+    }
+    std::memcpy(buffer, bytes_.data() + offset, static_cast<std::size_t>(written));
+    return returned;
+  }
+  uint64_t GetSize() override { return bytes_.size(); }
+
+ private:
+  std::vector<uint8_t> bytes_;
+  std::map<uint64_t, std::pair<uint64_t, uint64_t>> failures_;  // offset -> written, returned
+};
+
+// The line cache read one line at a time, each line through the line
+// buffer: what the proxy must return and report, whatever fails.
+class LineByLine {
+ public:
+  LineByLine(std::shared_ptr<ISource> source, uint64_t lineSize)
+      : source_(std::move(source)), line_(lineSize, 0xFF), lineStart_(UINT64_MAX - lineSize), lineSize_(lineSize) {}
+
+  uint64_t Read(uint8_t* out, uint64_t size, uint64_t offset) {
+    uint64_t done = 0;
+    for (;;) {
+      const uint64_t position = offset + done;
+      if (!(lineStart_ <= position && position - lineStart_ < lineSize_)) {
+        lineStart_ = position - position % lineSize_;
+        if (source_->Read(line_.data(), lineSize_, lineStart_) != lineSize_) {
+          ReportError(kErrorIo, "Failed read cluster, position %lu", Low32(position));
+          return done;
+        }
+      }
+      const uint64_t n = std::min(size - done, lineStart_ + lineSize_ - position);
+      std::memcpy(out + done, line_.data() + (position - lineStart_), static_cast<std::size_t>(n));
+      done += n;
+      if (n == 0 || done == size) return done;
+    }
+  }
+
+ private:
+  std::shared_ptr<ISource> source_;
+  std::vector<uint8_t> line_;
+  uint64_t lineStart_;
+  uint64_t lineSize_;
+};
+
+TEST_F(CacheProxyTest, ReadsOfAnySizeReturnAndReportWhatReadingLineByLineDoesWhateverFails) {
+  std::mt19937_64 random(20261122);
+  for (int round = 0; round < 300; ++round) {
+    auto source = std::make_shared<FailingLines>(PatternBytes(kLine * 24 + random() % kLine));
+    for (int failures = random() % 4; failures > 0; --failures) {
+      source->Fail(kLine * (random() % 26), random() % (kLine + 1), random() % kLine);
+    }
+    CacheProxy proxy(source, kLine);
+    LineByLine model(source, kLine);
+    for (int read = 0; read < 40; ++read) {
+      const uint64_t offset = random() % (kLine * 26);
+      const uint64_t size = 1 + random() % (kLine * 7);
+      std::vector<uint8_t> got(size, 0xA5);
+      std::vector<uint8_t> expected(size, 0xA5);
+      const uint64_t modelCount = model.Read(expected.data(), size, offset);
+      const std::vector<ErrorRecord> modelErrors = DrainErrors();
+      const uint64_t count = proxy.Read(got.data(), size, offset);
+      ASSERT_EQ(count, modelCount) << "round " << round << ", read " << read;
+      // Past the count the buffer holds no promise.
+      got.resize(count);
+      expected.resize(count);
+      ASSERT_EQ(got, expected) << "round " << round << ", read " << read;
+      ASSERT_EQ(DrainErrors(), modelErrors) << "round " << round << ", read " << read;
+    }
+  }
+}
+
+TEST_F(CacheProxyTest, WholeLinesInsideALongReadAreEachReadOnce) {
+  MakeProxy(128);
+  std::vector<uint8_t> buffer(64);
+  ASSERT_EQ(proxy_->Read(buffer.data(), 64, 32), 64u);
+  EXPECT_EQ(buffer, Expected(32, 64));
+  EXPECT_EQ(source_->Calls(), (std::vector<ReadCall>{{32, kLine}, {48, kLine}, {64, kLine}, {80, kLine}}));
+  // The last line of the read is the one held.
+  ASSERT_EQ(proxy_->Read(buffer.data(), 4, 90), 4u);
+  EXPECT_EQ(source_->ReadCount(), 4u);
 }
 
 }  // namespace
