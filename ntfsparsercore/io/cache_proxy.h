@@ -22,6 +22,13 @@ class CacheProxy : public ISource {
   // A line whose source read failed stays current: later reads inside it
   // are served from whatever the failed read left in the buffer.
   uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override;
+
+  // Read for a caller that never looks past the count returned: whole lines
+  // inside the request go straight into buffer, a copy less, and only the
+  // last one through the line. It returns and reports what Read does and
+  // leaves the line as Read leaves it; only buffer past the count may
+  // differ, holding what a failed read delivered.
+  uint64_t ReadDirect(void* buffer, uint64_t size, uint64_t offset);
   uint64_t GetSize() override;
 
   // The source behind the line, for a reader that keeps a line of its own
@@ -29,6 +36,8 @@ class CacheProxy : public ISource {
   const std::shared_ptr<ISource>& GetCachedSource() const { return source_; }
 
  private:
+  uint64_t ReadLines(void* buffer, uint64_t size, uint64_t offset, bool direct);
+  bool LoadLine(const uint8_t* lineBefore);
   bool Holds(uint64_t position) const { return lineStart_ <= position && position - lineStart_ < lineSize_; }
 
   std::shared_ptr<ISource> source_;  // the source that is cached
