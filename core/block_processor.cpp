@@ -10,6 +10,7 @@
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot_sequence.h"
 #include "core/vss/vss_volume.h"
+#include "ntfsparsercore/io/cache_proxy.h"
 
 namespace tolvarcore {
 
@@ -36,6 +37,13 @@ namespace {
 
 std::unique_ptr<vss::records::Catalog> OpenCatalog(const vss::VssVolume& volume) {
   return std::make_unique<vss::records::Catalog>(volume.OpenRecord(volume.GetCatalogOffset()));
+}
+
+// The walk never looks past the count a short read returns, so a cache
+// line in front of a shadow copy may hand whole lines straight over.
+uint64_t ReadBlock(ntfsparsercore::io::ISource& source, uint8_t* buffer, uint64_t size, uint64_t offset) {
+  auto* lines = dynamic_cast<ntfsparsercore::io::CacheProxy*>(&source);
+  return lines != nullptr ? lines->ReadDirect(buffer, size, offset) : source.Read(buffer, size, offset);
 }
 
 // Store bitmap length for a volume of size bytes: one bit per 16 KiB block.
@@ -121,7 +129,7 @@ int64_t BlockProcessor::NextBlock(uint8_t* buffer, uint64_t* size, bool compare)
   for (uint64_t index = changed_->NextSet(static_cast<uint64_t>(cursor_)); index < bits;
        index = changed_->NextSet(static_cast<uint64_t>(cursor_))) {
     cursor_ = static_cast<int64_t>(index + 1);
-    if (newerSource_->Read(buffer, blockSize_, index * blockSize_) != blockSize_) {
+    if (ReadBlock(*newerSource_, buffer, blockSize_, index * blockSize_) != blockSize_) {
       cursor_ = kFailed;
       return kFailed;
     }
@@ -138,7 +146,7 @@ int64_t BlockProcessor::NextBlock(uint8_t* buffer, uint64_t* size, bool compare)
 // read counts as different.
 bool BlockProcessor::SameInOlder(const uint8_t* block, uint64_t index) {
   if (!olderSource_ || !blockBuffer_) return false;
-  if (olderSource_->Read(blockBuffer_.get(), blockSize_, index * blockSize_) != blockSize_) return false;
+  if (ReadBlock(*olderSource_, blockBuffer_.get(), blockSize_, index * blockSize_) != blockSize_) return false;
   return std::memcmp(block, blockBuffer_.get(), static_cast<std::size_t>(blockSize_)) == 0;
 }
 
