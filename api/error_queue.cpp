@@ -11,6 +11,10 @@ namespace {
 // Null until the first CreateErrorQueue; released by the static clean-up.
 std::unique_ptr<ErrorQueue> g_queue;
 
+// How many ScopedErrorQueueSuspension guards live; while any does, nothing
+// reported goes anywhere.
+int g_suspensions = 0;
+
 // One format buffer per reporting function.
 char g_reportBuffer[kFormatBufferSize];
 char g_codedReportBuffer[kFormatBufferSize];
@@ -25,6 +29,7 @@ void FormatInto(char* buffer, const char* format, va_list args) {
 
 // Hands the message to any recorder, then appends it when the queue exists.
 void Deliver(uint32_t code, const char* text) {
+  if (g_suspensions > 0) return;
   if (ErrorRecorder::Recording()) ErrorRecorder::Notify(code, text);
   if (g_queue) g_queue->push_back(ErrorRecord{code, std::string(text)});
 }
@@ -43,7 +48,7 @@ bool PopError(ErrorRecord* record) {
 }
 
 void ReportError(uint32_t code, const char* format, ...) {
-  if (!g_queue && !ErrorRecorder::Recording()) return;
+  if (g_suspensions > 0 || (!g_queue && !ErrorRecorder::Recording())) return;
   va_list args;
   va_start(args, format);
   FormatInto(g_reportBuffer, format, args);
@@ -65,6 +70,9 @@ void ReplayErrors(const std::vector<ErrorRecord>& records) {
 
 void DestroyErrorQueue() { g_queue.reset(); }
 
-ScopedErrorQueueSuspension::ScopedErrorQueueSuspension() : saved_(std::move(g_queue)) {}
+ScopedErrorQueueSuspension::ScopedErrorQueueSuspension() : saved_(std::move(g_queue)) { ++g_suspensions; }
 
-ScopedErrorQueueSuspension::~ScopedErrorQueueSuspension() { g_queue = std::move(saved_); }
+ScopedErrorQueueSuspension::~ScopedErrorQueueSuspension() {
+  --g_suspensions;
+  g_queue = std::move(saved_);
+}

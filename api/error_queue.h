@@ -72,9 +72,10 @@ inline unsigned long Low32(uint64_t value) {
 void DestroyErrorQueue();
 
 // Sets the queue aside for as long as it lives: reports made meanwhile are
-// dropped, exactly as without a queue, and the queue comes back with its
-// records unchanged when the guard ends. For work whose messages must not
-// reach the caller (the POSIX snapshot properties).
+// dropped, neither queued nor handed to a recorder (ErrorRecorder), and the
+// queue comes back with its records unchanged when the guard ends. For work
+// whose messages must not reach the caller (on POSIX, the snapshot
+// properties and the stores read for rebuilt shadow copies).
 class ScopedErrorQueueSuspension {
  public:
   ScopedErrorQueueSuspension();

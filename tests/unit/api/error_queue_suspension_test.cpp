@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "api/error_queue.h"
+#include "api/error_recorder.h"
 #include "tests/fixtures/error_queue_test.h"
 
 namespace {
@@ -29,6 +30,18 @@ TEST(QueueSuspension, WithoutQueueThereIsStillNoneAfterwards) {
   ReportError(1, "dropped");
   ErrorRecord record;
   EXPECT_FALSE(PopError(&record));
+}
+
+TEST_F(QueueSuspensionTest, ReportsWhileSuspendedReachNoRecorderEither) {
+  ErrorRecorder recorder;
+  ReportError(1, "recorded");
+  {
+    ScopedErrorQueueSuspension quiet;
+    ReportError(1, "dropped");
+    ReportCodedError(12, "dropped %d", 2);
+  }
+  EXPECT_EQ(recorder.Records(), (std::vector<ErrorRecord>{Record(1, "recorded")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(1, "recorded")}));
 }
 
 }  // namespace
