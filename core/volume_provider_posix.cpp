@@ -1,5 +1,6 @@
 // POSIX: there are no shadow-copy devices. A snapshot's shadow copy is
-// rebuilt from the storage's store, read once and kept for later calls.
+// rebuilt from the storage's store: its catalog is read once and kept for
+// later calls, its stores when a view is first read (StoreLayers).
 #include "core/volume_provider.h"
 #include "core/vss/store_stack.h"
 

@@ -70,13 +70,13 @@ constexpr uint64_t kLargestOffset = 0x7FFFFFFFFFFFFFFFull;  // last offset a sig
 }  // namespace
 
 StoreSnapshotSource::StoreSnapshotSource(std::shared_ptr<ntfsparsercore::io::ISource> volume,
-                                         std::shared_ptr<const std::vector<StoreLayer>> stores,
+                                         std::shared_ptr<const StoreLayers> stores,
                                          std::size_t snapshotIndex, uint64_t volumeSize)
     : volume_(std::move(volume)), stores_(std::move(stores)), snapshotIndex_(snapshotIndex), volumeSize_(volumeSize) {}
 
 uint64_t StoreSnapshotSource::Read(void* buffer, uint64_t size, uint64_t offset) {
   // Guards a source built without a volume, stores, or with an index past them.
-  if (!volume_ || !stores_ || snapshotIndex_ >= stores_->size()) return 0;
+  if (!volume_ || !stores_ || snapshotIndex_ >= stores_->Count()) return 0;
   if (size == 0 || offset >= volumeSize_) return 0;
   size = std::min(size, volumeSize_ - offset);
   return ReadFromStore(snapshotIndex_, static_cast<uint8_t*>(buffer), size, offset);
@@ -85,7 +85,7 @@ uint64_t StoreSnapshotSource::Read(void* buffer, uint64_t size, uint64_t offset)
 // Recursion goes only to the next newer store, so its depth is at most the
 // number of stores.
 uint64_t StoreSnapshotSource::ReadFromStore(std::size_t store, uint8_t* buffer, uint64_t size, uint64_t offset) {
-  const StoreLayer& layer = (*stores_)[store];
+  const StoreLayer& layer = stores_->At(store);
   if (!layer.blockMap || !layer.blockMap->IsUsable()) return 0;
   uint64_t delivered = 0;
   while (delivered < size) {
@@ -111,7 +111,7 @@ uint64_t StoreSnapshotSource::Deliver(const Piece& piece, std::size_t store, uin
 
 StoreSnapshotSource::Piece StoreSnapshotSource::Locate(std::size_t store, uint64_t offset) const {
   const uint64_t toBlockEnd = kBlockSize - offset % kBlockSize;
-  const StoreBlockMap::Mapping* mapping = (*stores_)[store].blockMap->Find(offset);
+  const StoreBlockMap::Mapping* mapping = stores_->At(store).blockMap->Find(offset);
   if (mapping == nullptr) return LocateUnmapped(store, offset, toBlockEnd);
 
   const BlockDescriptor& plain = mapping->descriptor;
@@ -135,15 +135,15 @@ StoreSnapshotSource::Piece StoreSnapshotSource::LocateMapped(std::size_t store, 
   // Unsigned wrap-around here equals libvshadow's signed sum; a result past
   // the signed range fails in Deliver.
   const uint64_t at = dataOffset + offset % kBlockSize;
-  const bool newerLeft = store + 1 < stores_->size();
+  const bool newerLeft = store + 1 < stores_->Count();
   if (descriptor.IsForwarder() && newerLeft) return Piece{Piece::kNextStore, at, size};
   return Piece{Piece::kVolume, at, size};
 }
 
 StoreSnapshotSource::Piece StoreSnapshotSource::LocateUnmapped(std::size_t store, uint64_t offset,
                                                                uint64_t size) const {
-  if (store + 1 < stores_->size()) return Piece{Piece::kNextStore, offset, size};
-  if (store == snapshotIndex_ && IsZeroFilled((*stores_)[store], offset)) return Piece{Piece::kZeros, offset, size};
+  if (store + 1 < stores_->Count()) return Piece{Piece::kNextStore, offset, size};
+  if (store == snapshotIndex_ && IsZeroFilled(stores_->At(store), offset)) return Piece{Piece::kZeros, offset, size};
   return Piece{Piece::kVolume, offset, size};
 }
 

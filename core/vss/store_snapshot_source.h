@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "core/vss/block_descriptor.h"
-#include "core/vss/store_layer.h"
+#include "core/vss/store_layers.h"
 #include "ntfsparsercore/io/i_source.h"
 
 namespace tolvarcore {
@@ -23,7 +23,7 @@ class StoreSnapshotSource : public ntfsparsercore::io::ISource {
   // store whose shadow copy this source shows. volumeSize: the size of the
   // view; reads end there.
   StoreSnapshotSource(std::shared_ptr<ntfsparsercore::io::ISource> volume,
-                      std::shared_ptr<const std::vector<StoreLayer>> stores, std::size_t snapshotIndex,
+                      std::shared_ptr<const StoreLayers> stores, std::size_t snapshotIndex,
                       uint64_t volumeSize);
 
   StoreSnapshotSource(const StoreSnapshotSource&) = delete;
@@ -60,7 +60,7 @@ class StoreSnapshotSource : public ntfsparsercore::io::ISource {
   static SectorRun OverlayRun(const BlockDescriptor& overlay, uint64_t offset);
 
   std::shared_ptr<ntfsparsercore::io::ISource> volume_;  // the current volume with the store data
-  std::shared_ptr<const std::vector<StoreLayer>> stores_;  // every store of the catalog, oldest first
+  std::shared_ptr<const StoreLayers> stores_;            // every store of the catalog, oldest first
   std::size_t snapshotIndex_;                             // the store whose view this is
   uint64_t volumeSize_;                                   // the view's size in bytes
 };

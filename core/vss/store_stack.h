@@ -1,5 +1,5 @@
-// Every store of a storage's catalog, read once for rebuilding shadow
-// copies: the stores lie newest over oldest on top of the current volume.
+// Every store of a storage's catalog, for rebuilding shadow copies: the
+// stores lie newest over oldest on top of the current volume.
 #ifndef TOLVAR_CORE_VSS_STORE_STACK_H_
 #define TOLVAR_CORE_VSS_STORE_STACK_H_
 
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "core/vss/guid.h"
-#include "core/vss/store_layer.h"
+#include "core/vss/store_layers.h"
 #include "core/vss/vss_volume.h"
 #include "ntfsparsercore/io/i_source.h"
 
@@ -17,9 +17,9 @@ namespace vss {
 
 class StoreStack {
  public:
-  // Reads the catalog of storage and, for each of its snapshots in creation
-  // order, the block list and both bitmaps. The reads report nothing: a
-  // shadow copy that cannot be rebuilt is simply not offered.
+  // Reads the catalog of storage; each of its stores, in creation order, is
+  // read when a view first reaches it (StoreLayers). The reads report
+  // nothing: a shadow copy that cannot be rebuilt is simply not offered.
   static std::shared_ptr<const StoreStack> Read(const VssVolume& storage);
 
   // A new view of the shadow copy whose store identifier is store, over
@@ -33,7 +33,7 @@ class StoreStack {
   std::shared_ptr<ntfsparsercore::io::ISource> volume_;  // the current volume, holding the store data
   std::vector<Guid> identifiers_;                        // store identifiers, oldest first
   std::vector<uint64_t> volumeSizes_;                    // each shadow copy's volume size
-  std::shared_ptr<const std::vector<StoreLayer>> layers_;  // each store's block map and bitmaps
+  std::shared_ptr<const StoreLayers> layers_;            // each store's block map and bitmaps
 };
 
 }  // namespace vss

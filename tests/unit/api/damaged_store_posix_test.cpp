@@ -168,22 +168,16 @@ TEST_F(DamagedStore, CatalogDeclarationWhoseBitmapLiesPastTheEndOfTheVolume) {
   PutLe64(*built.source, declaration + kDeclarationBitmapField, pastTheEnd);
   Outcome outcome = InitOn(*built.source);
   EXPECT_EQ(outcome.status, TOLVAR_E_FAILED);
-  // The store stack reads the bitmap first with the queue suspended; that
-  // failed line load leaves the cache line pointing at the offset, so the
-  // second read is served from whatever page the line held before: the
-  // header's own offset in the message depends on which pooled line was
-  // taken, and only the start of the message is fixed.
-  ASSERT_EQ(outcome.messages.size(), 4u);
-  const std::string offsetMessage =
-      "Unexpected vss record native offset. Actual(" + std::to_string(pastTheEnd) + "), was expected(";
-  EXPECT_EQ(outcome.messages[0].code, 12u);
-  EXPECT_EQ(outcome.messages[0].message.substr(0, offsetMessage.size()), offsetMessage);
-  EXPECT_EQ(std::vector<ErrorRecord>(outcome.messages.begin() + 1, outcome.messages.end()),
-            (std::vector<ErrorRecord>{
-                Record(12, "Can't find last page."),
-                Record(1, "Read last vss-bitmap data failed"),
-                Record(12, "Bitmap init failed"),
-            }));
+  // The rebuilt shadow copies read the store through a line of their own,
+  // so the storage's line meets the bitmap's page as it would on Windows:
+  // the page cannot be read and the record has no pages.
+  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
+                                  Record(1, "Failed read cluster, position " + std::to_string(pastTheEnd)),
+                                  Record(1, "Failed to read vss record header"),
+                                  Record(12, "Can't find last page."),
+                                  Record(1, "Read last vss-bitmap data failed"),
+                                  Record(12, "Bitmap init failed"),
+                              }));
 }
 
 TEST_F(DamagedStore, BitmapShorterThanTheVolumeNeeds) {

@@ -16,6 +16,7 @@ namespace {
 using tolvarcore::vss::BlockDescriptor;
 using tolvarcore::vss::StoreBlockMap;
 using tolvarcore::vss::StoreLayer;
+using tolvarcore::vss::StoreLayers;
 using tolvarcore::vss::StoreSnapshotSource;
 
 constexpr uint64_t kBlock = StoreBlockMap::kBlockSize;
@@ -79,7 +80,7 @@ class StoreSnapshotSourceTest : public testing::Test {
 
   std::unique_ptr<StoreSnapshotSource> View(std::vector<StoreLayer> layers, std::size_t index,
                                             uint64_t size = kVolumeSize) {
-    auto stores = std::make_shared<const std::vector<StoreLayer>>(std::move(layers));
+    auto stores = std::make_shared<const StoreLayers>(std::move(layers));
     return std::make_unique<StoreSnapshotSource>(volume_, stores, index, size);
   }
 

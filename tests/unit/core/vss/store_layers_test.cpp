@@ -1,0 +1,105 @@
+#include "core/vss/store_layers.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "api/error_queue.h"
+#include "api/error_recorder.h"
+#include "core/vss/records/catalog.h"
+#include "core/vss/snapshot_sequence.h"
+#include "core/vss/store_stack.h"
+#include "ntfsparsercore/io/i_source.h"
+#include "tests/fixtures/error_queue_test.h"
+#include "tests/fixtures/vss_store_builder.h"
+
+namespace {
+
+using tolvarcore::vss::StoreLayers;
+using tolvarcore::vss::StoreStack;
+using tolvartest::DrainErrors;
+using tolvartest::Record;
+using namespace tolvartest::vss;
+
+constexpr uint64_t kBlock = 16384;
+
+class StoreLayersTest : public tolvartest::QueueTest {
+ protected:
+  // Two snapshots; each store keeps one block, the newest has a previous bitmap.
+  void Build() {
+    StoreSpec spec;
+    spec.snapshots = {Snap(1, 10), Snap(2, 20)};
+    spec.snapshots[0].descriptors = {Block(4 * kBlock)};
+    spec.snapshots[1].descriptors = {Block(9 * kBlock)};
+    spec.snapshots[1].hasPreviousBitmap = true;
+    built_ = BuildStore(spec);
+    for (const DeclarationOffsets& offsets : built_.offsets) {
+      locations_.push_back(StoreLayers::Location{offsets.index, offsets.bitmap, offsets.previousBitmap});
+    }
+  }
+
+  // Whether any read of the source started inside the page at offset.
+  bool PageWasRead(uint64_t offset) const {
+    for (const auto& call : built_.source->Calls()) {
+      if (call.offset / kBlock == offset / kBlock) return true;
+    }
+    return false;
+  }
+
+  BuiltStore built_;
+  std::vector<StoreLayers::Location> locations_;
+};
+
+TEST_F(StoreLayersTest, NothingIsReadUntilAStoreIsFirstNeededThenEveryStoreIs) {
+  Build();
+  StoreLayers layers(built_.source, locations_);
+  EXPECT_EQ(layers.Count(), 2u);
+  EXPECT_FALSE(layers.IsRead());
+  EXPECT_TRUE(built_.source->Calls().empty());
+
+  ASSERT_NE(layers.At(1).blockMap, nullptr);
+  EXPECT_TRUE(layers.IsRead());
+  EXPECT_TRUE(PageWasRead(built_.offsets[0].index));
+  EXPECT_TRUE(PageWasRead(built_.offsets[1].index));
+  EXPECT_TRUE(PageWasRead(built_.offsets[1].bitmap));
+  EXPECT_TRUE(PageWasRead(built_.offsets[1].previousBitmap));
+  EXPECT_FALSE(PageWasRead(built_.offsets[0].bitmap));  // older stores' bitmaps are never looked at
+  EXPECT_NE(layers.At(0).blockMap->Find(4 * kBlock), nullptr);
+  EXPECT_NE(layers.At(1).blockMap->Find(9 * kBlock), nullptr);
+  EXPECT_TRUE(layers.At(1).hasPreviousBitmap);
+
+  const std::size_t reads = built_.source->Calls().size();
+  layers.At(0);
+  EXPECT_EQ(built_.source->Calls().size(), reads);  // read once
+}
+
+TEST_F(StoreLayersTest, ReadingTheStoresReportsNothingToTheQueueOrARecorder) {
+  Build();
+  built_.source->FailReadsAt(built_.offsets[0].index);
+  StoreLayers layers(built_.source, locations_);
+  ReportError(1, "before");
+  ErrorRecorder recorder;
+  EXPECT_EQ(layers.At(0).blockMap, nullptr);  // a block list that cannot be read: a store that cannot be read
+  EXPECT_TRUE(recorder.Records().empty());
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(1, "before")}));
+}
+
+TEST_F(StoreLayersTest, TheStackReadsOnlyTheCatalogUntilAViewReads) {
+  Build();
+  std::shared_ptr<const StoreStack> stack = StoreStack::Read(*built_.Volume());
+  ASSERT_EQ(stack->StoreCount(), 2u);
+  EXPECT_TRUE(PageWasRead(built_.catalogOffset));
+  EXPECT_FALSE(PageWasRead(built_.offsets[0].index));
+  EXPECT_FALSE(PageWasRead(built_.offsets[1].bitmap));
+
+  std::unique_ptr<ntfsparsercore::io::ISource> view(stack->OpenView(Id(1)));
+  ASSERT_NE(view, nullptr);
+  EXPECT_FALSE(PageWasRead(built_.offsets[0].index));
+  uint8_t byte = 0;
+  EXPECT_EQ(view->Read(&byte, 1, 4 * kBlock), 1u);
+  EXPECT_TRUE(PageWasRead(built_.offsets[0].index));
+  EXPECT_TRUE(PageWasRead(built_.offsets[1].bitmap));
+}
+
+}  // namespace
