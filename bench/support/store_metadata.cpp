@@ -43,19 +43,19 @@ StoreMetadata::StoreMetadata(const std::string& image, const std::string& from, 
     if (id == from) first = snapshot;
     if (id == to) last = snapshot;
   }
+  if (!first || !last) return;
+  // The last snapshot's bitmap and the reference bitmap, then the block
+  // lists of the sequence's snapshots before the last, in creation order.
+  AddBitmap(volume, last->GetBitmapOffset());
+  AddBitmap(volume, first != last ? first->GetBitmapOffset() : last->GetPreviousBitmapOffset());
+  bool inSequence = false;
   for (const auto& snapshot : snapshots) {
+    if (snapshot == first) inSequence = true;
+    if (snapshot == last) break;
+    if (!inSequence) continue;
     const uint64_t before = pages_.size();
     AddRecord(volume, snapshot->GetIndexOffset());
     blockListPages_ += pages_.size() - before;
-  }
-  if (first && last) {
-    if (first != last) AddBitmap(volume, first->GetBitmapOffset());
-    AddBitmap(volume, last->GetBitmapOffset());
-    if (first == last) AddBitmap(volume, last->GetPreviousBitmapOffset());
-  }
-  if (!snapshots.empty()) {
-    AddBitmap(volume, snapshots.back()->GetBitmapOffset());
-    AddBitmap(volume, snapshots.back()->GetPreviousBitmapOffset());
   }
 }
 

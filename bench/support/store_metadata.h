@@ -20,10 +20,12 @@ class StoreMetadata {
  public:
   // Lists the pages of the records Init reads on image between the shadow
   // copies from and to (identifiers as Init takes them): the page holding
-  // the volume header, every catalog page, every store's header record and
-  // block list, the bitmaps of the first and last snapshot of the sequence
-  // (or the last one's previous bitmap when they are the same), and the
-  // newest store's bitmap and previous bitmap. Each page once.
+  // the volume header, every catalog page, every store's header record, the
+  // bitmaps of the first and last snapshot of the sequence (or the last
+  // one's previous bitmap when they are the same) and the block lists of
+  // the sequence's snapshots before the last. Each page once. (The rebuilt
+  // shadow copies read the other stores' tables when first read, after
+  // Init.)
   StoreMetadata(const std::string& image, const std::string& from, const std::string& to);
 
   // Reads every listed page once with pread, in list order; returns the
@@ -43,7 +45,7 @@ class StoreMetadata {
   std::string image_;             // path of the volume image
   std::vector<uint64_t> pages_;   // page offsets, in the order Init first meets them
   std::set<uint64_t> listed_;     // the same offsets, for listing each once
-  uint64_t blockListPages_ = 0;   // pages of all stores' block lists
+  uint64_t blockListPages_ = 0;   // pages of the block lists Init reads
 };
 
 }  // namespace tolvarbench
