@@ -68,9 +68,10 @@ StoreLayer StoreLayers::Read(std::size_t index) const {
   StoreLayer layer;
   layer.blockMap = ReadBlockMap(store_, location.blockList);
   if (index + 1 != locations_.size()) return layer;
-  layer.currentBitmap = ReadPayload(store_, location.bitmap);
-  layer.hasPreviousBitmap = location.previousBitmap != 0;
-  if (layer.hasPreviousBitmap) layer.previousBitmap = ReadPayload(store_, location.previousBitmap);
+  std::vector<uint8_t> current = ReadPayload(store_, location.bitmap);
+  const bool hasPrevious = location.previousBitmap != 0;
+  const std::vector<uint8_t> previous = hasPrevious ? ReadPayload(store_, location.previousBitmap) : std::vector<uint8_t>();
+  layer.unusedBitmap = StoreLayer::UnusedBlocks(std::move(current), hasPrevious, previous);
   return layer;
 }
 

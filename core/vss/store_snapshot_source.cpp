@@ -149,8 +149,7 @@ StoreSnapshotSource::Piece StoreSnapshotSource::LocateUnmapped(std::size_t store
 
 bool StoreSnapshotSource::IsZeroFilled(const StoreLayer& layer, uint64_t offset) const {
   if (layer.blockMap->IsForwardTarget(offset)) return false;
-  if (!StoreLayer::IsBlockSet(layer.currentBitmap, offset)) return false;
-  return !layer.hasPreviousBitmap || StoreLayer::IsBlockSet(layer.previousBitmap, offset);
+  return StoreLayer::IsBlockSet(layer.unusedBitmap, offset);
 }
 
 // The overlay's bit for the sector at or after offset, and how many sectors

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 #include <vector>
 
 #include "api/error_queue.h"
@@ -16,6 +17,7 @@
 
 namespace {
 
+using tolvarcore::vss::StoreLayer;
 using tolvarcore::vss::StoreLayers;
 using tolvarcore::vss::StoreStack;
 using tolvartest::DrainErrors;
@@ -67,7 +69,8 @@ TEST_F(StoreLayersTest, NothingIsReadUntilAStoreIsFirstNeededThenEveryStoreIs) {
   EXPECT_FALSE(PageWasRead(built_.offsets[0].bitmap));  // older stores' bitmaps are never looked at
   EXPECT_NE(layers.At(0).blockMap->Find(4 * kBlock), nullptr);
   EXPECT_NE(layers.At(1).blockMap->Find(9 * kBlock), nullptr);
-  EXPECT_TRUE(layers.At(1).hasPreviousBitmap);
+  EXPECT_FALSE(layers.At(1).unusedBitmap.empty());
+  EXPECT_TRUE(layers.At(0).unusedBitmap.empty());
 
   const std::size_t reads = built_.source->Calls().size();
   layers.At(0);
@@ -100,6 +103,24 @@ TEST_F(StoreLayersTest, TheStackReadsOnlyTheCatalogUntilAViewReads) {
   EXPECT_EQ(view->Read(&byte, 1, 4 * kBlock), 1u);
   EXPECT_TRUE(PageWasRead(built_.offsets[0].index));
   EXPECT_TRUE(PageWasRead(built_.offsets[1].bitmap));
+}
+
+TEST(StoreLayer, UnusedBlocksAreThoseBothBitmapsMarkWithinBothLengths) {
+  std::mt19937_64 random(20261122);
+  for (int round = 0; round < 200; ++round) {
+    std::vector<uint8_t> current(random() % 6);
+    std::vector<uint8_t> previous(random() % 6);
+    for (auto& byte : current) byte = static_cast<uint8_t>(random());
+    for (auto& byte : previous) byte = static_cast<uint8_t>(random());
+    const bool hasPrevious = random() % 2 == 0;
+    const std::vector<uint8_t> unused = StoreLayer::UnusedBlocks(current, hasPrevious, previous);
+    for (uint64_t block = 0; block < 64; ++block) {
+      const uint64_t offset = block * kBlock + random() % kBlock;
+      const bool expected = StoreLayer::IsBlockSet(current, offset) &&
+                            (!hasPrevious || StoreLayer::IsBlockSet(previous, offset));
+      ASSERT_EQ(StoreLayer::IsBlockSet(unused, offset), expected) << round << " block " << block;
+    }
+  }
 }
 
 }  // namespace

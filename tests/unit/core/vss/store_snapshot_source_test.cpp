@@ -58,15 +58,14 @@ std::vector<uint8_t> Bitmap(const std::vector<uint64_t>& blocks) {
 StoreLayer Layer(const std::vector<BlockDescriptor>& blockList, std::vector<uint8_t> current = {}) {
   StoreLayer layer;
   layer.blockMap = std::make_shared<StoreBlockMap>(blockList);
-  layer.currentBitmap = std::move(current);
+  layer.unusedBitmap = StoreLayer::UnusedBlocks(std::move(current), false, {});
   return layer;
 }
 
 StoreLayer LayerWithPrevious(const std::vector<BlockDescriptor>& blockList, std::vector<uint8_t> current,
-                             std::vector<uint8_t> previous) {
-  StoreLayer layer = Layer(blockList, std::move(current));
-  layer.hasPreviousBitmap = true;
-  layer.previousBitmap = std::move(previous);
+                             const std::vector<uint8_t>& previous) {
+  StoreLayer layer = Layer(blockList);
+  layer.unusedBitmap = StoreLayer::UnusedBlocks(std::move(current), true, previous);
   return layer;
 }
 
