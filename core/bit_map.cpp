@@ -181,13 +181,17 @@ void BitMap::SpreadInto(unsigned spread, BitMap* target) const {
   }
 }
 
-std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit) const {
+uint64_t BitMap::RescaledBytes(uint64_t byteCount, uint64_t sourceUnit, uint64_t targetUnit) {
   // Units of 0 would divide by zero; such a map covers nothing.
-  if (sourceUnit == 0 || targetUnit == 0) return std::make_unique<BitMap>(1);
+  if (sourceUnit == 0 || targetUnit == 0) return 1;
+  return std::max<uint64_t>((byteCount * 8 * sourceUnit / targetUnit + 7) / 8, 1);
+}
+
+std::unique_ptr<BitMap> BitMap::Rescale(uint64_t sourceUnit, uint64_t targetUnit) const {
+  auto target = std::make_unique<BitMap>(RescaledBytes(byteCount_, sourceUnit, targetUnit));
+  if (sourceUnit == 0 || targetUnit == 0) return target;
 
   const uint64_t total = byteCount_ * 8 * sourceUnit;
-  const uint64_t targetBits = total / targetUnit;
-  auto target = std::make_unique<BitMap>((targetBits + 7) / 8);
 
   // The probes of the target block at p fall on p, p + sourceUnit, ...
   // below p + targetUnit: consecutive source bits starting at

@@ -49,6 +49,9 @@ class BitMap {
   // start is set. This map is left unchanged.
   std::unique_ptr<BitMap> Rescale(uint64_t sourceUnit, uint64_t targetUnit) const;
 
+  // The length in bytes of what Rescale makes of a map of byteCount bytes.
+  static uint64_t RescaledBytes(uint64_t byteCount, uint64_t sourceUnit, uint64_t targetUnit);
+
   // The bytes themselves, for loading a map from disk.
   uint8_t* Data() { return bytes_.get(); }
   const uint8_t* Data() const { return bytes_.get(); }

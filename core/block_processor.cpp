@@ -90,7 +90,9 @@ int64_t BlockProcessor::Compute(vss::api::VssContext& context, VolumeProvider& v
   // disk and cannot ask for terabytes.
   const uint64_t bitmapBytes = StoreBitmapBytes(end->GetVolumeSize());
   std::shared_ptr<BitMap> changed = bitmaps.TakeCurrent(bitmapBytes);
-  std::shared_ptr<BitMap> comparison = bitmaps.TakeReference(bitmapBytes);
+  // Without a reference nothing is compared: the comparison map is then made
+  // clear at the block size, with no clear map of 16 KiB blocks to rescale.
+  std::shared_ptr<BitMap> comparison = bitmaps.GetReference() ? bitmaps.TakeReference(bitmapBytes) : nullptr;
 
   // Every snapshot but the end one adds the blocks its index record names.
   for (auto it = sequence.begin(); std::next(it) != sequence.end(); ++it) {
@@ -100,7 +102,8 @@ int64_t BlockProcessor::Compute(vss::api::VssContext& context, VolumeProvider& v
     vss::MarkIndexedBlocks(storage->OpenRecord(end->GetIndexOffset()), *changed, true);
   }
 
-  comparison_ = comparison->Rescale(kStoreBlockSize, blockSize_);
+  comparison_ = comparison ? comparison->Rescale(kStoreBlockSize, blockSize_)
+                           : std::make_unique<BitMap>(BitMap::RescaledBytes(bitmapBytes, kStoreBlockSize, blockSize_));
   changed_ = changed->Rescale(kStoreBlockSize, blockSize_);
   return 0;
 }

@@ -267,4 +267,18 @@ TEST(BitMapRescale, LastSourceBitReachesTheLastTargetBlockThatFits) {
   }
 }
 
+TEST(BitMapRescale, RescaledBytesIsTheLengthOfTheRescaledMap) {
+  for (uint64_t bytes : {1u, 7u, 8u, 9u, 100u, 4097u}) {
+    for (uint64_t source : {512u, 4096u, 16384u, 20480u}) {
+      for (uint64_t target : {4096u, 8192u, 16384u, 65536u, 131072u}) {
+        EXPECT_EQ(BitMap::RescaledBytes(bytes, source, target), RescaleByDefinition(BitMap(bytes), source, target).size())
+            << bytes << " " << source << " -> " << target;
+      }
+    }
+    // Units of 0 cover nothing: a map of one clear byte.
+    EXPECT_EQ(BitMap::RescaledBytes(bytes, 0, 4096), 1u);
+    EXPECT_EQ(BitMap::RescaledBytes(bytes, 16384, 0), 1u);
+  }
+}
+
 }  // namespace
