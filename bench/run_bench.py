@@ -142,7 +142,7 @@ def walk_table(results, names):
     print("ratio: over pread's rate; off cpu: the same ratio from CPU times (steadier on a shared machine);\n"
           "vs 16K: compare off over a pread loop reading each block in 16 KiB pieces, as the walk's line does;\n"
           "returned: blocks GetBlock gave with compare on; heap B: the most heap the walk held beyond what\n"
-          "Init left (the cache lines of the first call).")
+          "Init left (the views' cache lines and the store tables that the first call reads).")
 
 
 def vshadow_table(results, vshadow, descriptors):
