@@ -70,7 +70,8 @@ StoreLayer StoreLayers::Read(std::size_t index) const {
   if (index + 1 != locations_.size()) return layer;
   std::vector<uint8_t> current = ReadPayload(store_, location.bitmap);
   const bool hasPrevious = location.previousBitmap != 0;
-  const std::vector<uint8_t> previous = hasPrevious ? ReadPayload(store_, location.previousBitmap) : std::vector<uint8_t>();
+  const std::vector<uint8_t> previous =
+      hasPrevious ? ReadPayload(store_, location.previousBitmap) : std::vector<uint8_t>();
   layer.unusedBitmap = StoreLayer::UnusedBlocks(std::move(current), hasPrevious, previous);
   return layer;
 }

@@ -50,7 +50,7 @@ class StoreLayers {
   void ReadAll() const;
   StoreLayer Read(std::size_t index) const;
 
-  std::shared_ptr<ntfsparsercore::io::ISource> store_;  // a line of the layers' own over the volume; null when given whole
+  std::shared_ptr<ntfsparsercore::io::ISource> store_;  // a line of their own over the volume; null if given whole
   std::vector<Location> locations_;                     // each store's records, oldest first
   // Filled on first use by a reader that may be const: one handle's views
   // are read by one thread at a time.

@@ -271,7 +271,8 @@ TEST(BitMapRescale, RescaledBytesIsTheLengthOfTheRescaledMap) {
   for (uint64_t bytes : {1u, 7u, 8u, 9u, 100u, 4097u}) {
     for (uint64_t source : {512u, 4096u, 16384u, 20480u}) {
       for (uint64_t target : {4096u, 8192u, 16384u, 65536u, 131072u}) {
-        EXPECT_EQ(BitMap::RescaledBytes(bytes, source, target), RescaleByDefinition(BitMap(bytes), source, target).size())
+        EXPECT_EQ(BitMap::RescaledBytes(bytes, source, target),
+                  RescaleByDefinition(BitMap(bytes), source, target).size())
             << bytes << " " << source << " -> " << target;
       }
     }
