@@ -32,8 +32,8 @@ enum ErrorCode : uint32_t {
 
 // One entry of the queue.
 struct ErrorRecord {
-  uint32_t code = 0;     // number given by the reporting site
-  std::string message;   // the formatted text, at most kMaxMessageLength characters
+  uint32_t code = 0;    // number given by the reporting site
+  std::string message;  // the formatted text, at most kMaxMessageLength characters
 };
 
 using ErrorQueue = std::deque<ErrorRecord>;
@@ -63,9 +63,7 @@ void ReplayErrors(const std::vector<ErrorRecord>& records);
 
 // What a "%lu" conversion shows of a 64-bit position or size: its low 32
 // bits, the same on every platform whatever the width of long.
-inline unsigned long Low32(uint64_t value) {
-  return static_cast<unsigned long>(static_cast<uint32_t>(value));
-}
+inline unsigned long Low32(uint64_t value) { return static_cast<unsigned long>(static_cast<uint32_t>(value)); }
 
 // Releases the queue, as the library's static clean-up does at unload.
 // Tests use it to start from a process without a queue.

@@ -26,10 +26,13 @@ struct TrackingHandle {
   // that is still empty; a view that cannot be opened stays empty.
   void OpenNtfsViews();
 
-  std::unique_ptr<tolvarcore::VolumeProvider> volumeProvider;  // opens volume, store and shadow copies; null in a handle made by ExcludeFiles
+  std::unique_ptr<tolvarcore::VolumeProvider>
+      volumeProvider;  // opens volume, store and shadow copies; null in a handle made by ExcludeFiles
   std::unique_ptr<tolvarcore::BlockProcessor> blockProcessor;  // block size, options, bitmaps and the block cursor
-  std::shared_ptr<ntfsparsercore::NtfsVolume> olderVolume;     // NTFS view of the older shadow copy; empty until first needed
-  std::shared_ptr<ntfsparsercore::NtfsVolume> newerVolume;     // NTFS view of the newer shadow copy; empty until first needed
+  std::shared_ptr<ntfsparsercore::NtfsVolume>
+      olderVolume;  // NTFS view of the older shadow copy; empty until first needed
+  std::shared_ptr<ntfsparsercore::NtfsVolume>
+      newerVolume;  // NTFS view of the newer shadow copy; empty until first needed
 };
 
 #endif  // TOLVAR_API_TRACKING_HANDLE_H_

@@ -52,7 +52,7 @@ using tolvarbench::MetadataPiece;
 using tolvarbench::PeakMemory;
 
 constexpr uint64_t kBlockSize = 4096;
-constexpr uint64_t kChangedEvery = 4;  // every fourth volume block counts as changed ...
+constexpr uint64_t kChangedEvery = 4;                   // every fourth volume block counts as changed ...
 constexpr uint64_t kNearlyNothingChanged = UINT64_MAX;  // ... or only block 0
 constexpr uint64_t kGiB = uint64_t{1} << 30;
 constexpr uint64_t kMiB = uint64_t{1} << 20;
@@ -385,7 +385,7 @@ void Register(const BenchLayout& layout) {
                             std::to_string(layout.largeFileFragments) + "fragments";
   const BenchTarget& target = g_volume->LargeTarget();
   for (const auto& density : {std::make_pair(std::string(",quarter-changed"), kChangedEvery),
-                               std::make_pair(std::string(",block0-changed"), kNearlyNothingChanged)}) {
+                              std::make_pair(std::string(",block0-changed"), kNearlyNothingChanged)}) {
     benchmark::RegisterBenchmark(("GetFileChangesMap" + large + density.first).c_str(), ChangesMapBench, target,
                                  density.second)
         ->Unit(benchmark::kMillisecond);

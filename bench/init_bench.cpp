@@ -25,8 +25,8 @@ using tolvarbench::BenchCase;
 using tolvarbench::HeapPeak;
 using tolvarbench::StoreMetadata;
 
-bool coldCache = false;          // drop the image's pages from the page cache before each iteration
-uint64_t blockSize = 65536;      // the block size Init is given
+bool coldCache = false;      // drop the image's pages from the page cache before each iteration
+uint64_t blockSize = 65536;  // the block size Init is given
 
 // Asks the kernel to forget the image's cached pages.
 void DropCachedPages(const std::string& image) {
@@ -132,7 +132,7 @@ int main(int argc, char** argv) {
   }
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  std::fprintf(stderr, "init_bench: max resident set %ld KiB (%s page cache)\n", tolvarbench::HeapPeak::MaxResidentKiB(),
-               coldCache ? "cold" : "warm");
+  std::fprintf(stderr, "init_bench: max resident set %ld KiB (%s page cache)\n",
+               tolvarbench::HeapPeak::MaxResidentKiB(), coldCache ? "cold" : "warm");
   return 0;
 }

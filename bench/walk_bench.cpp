@@ -97,8 +97,7 @@ void Walk(benchmark::State& state, const BenchCase& input, uint64_t blockSize, b
 }
 
 // Reads each changed block of the image, in pieces of pieceSize bytes.
-void ReadBlocks(int fd, uint64_t blockSize, uint64_t pieceSize, const std::vector<uint64_t>& changed,
-                uint8_t* buffer) {
+void ReadBlocks(int fd, uint64_t blockSize, uint64_t pieceSize, const std::vector<uint64_t>& changed, uint8_t* buffer) {
   for (uint64_t block : changed) {
     for (uint64_t done = 0; done < blockSize; done += pieceSize) {
       benchmark::DoNotOptimize(pread(fd, buffer + done, pieceSize, static_cast<off_t>(block * blockSize + done)));

@@ -25,8 +25,8 @@ bool BitIsSet(const std::vector<uint8_t>& bitmap, uint64_t index) {
 // on lies wholly past the end of the volume: nothing of the volume is lost.
 // That block is the first set bit after the last one served whose block
 // does not fit inside the volume. Returns false when it straddles the end.
-bool FailedOnlyPastTheEnd(const std::vector<uint8_t>& bitmap, uint64_t blockSize, uint64_t volumeSize,
-                          bool served, uint64_t lastServed) {
+bool FailedOnlyPastTheEnd(const std::vector<uint8_t>& bitmap, uint64_t blockSize, uint64_t volumeSize, bool served,
+                          uint64_t lastServed) {
   const uint64_t bits = bitmap.size() * 8;
   for (uint64_t i = served ? lastServed + 1 : 0; i < bits; ++i) {
     if (!BitIsSet(bitmap, i)) continue;
@@ -58,9 +58,9 @@ int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint6
     progress.Advance();
   }
   progress.Finish();
-  const bool complete = status == TOLVAR_END_OF_BLOCKS ||
-                        (status == TOLVAR_E_BLOCK &&
-                         FailedOnlyPastTheEnd(bitmap, blockSize, volumeSize, served, lastServed));
+  const bool complete =
+      status == TOLVAR_END_OF_BLOCKS ||
+      (status == TOLVAR_E_BLOCK && FailedOnlyPastTheEnd(bitmap, blockSize, volumeSize, served, lastServed));
   if (!complete) {
     ErrorReport::PrintFailure("GetBlock", status);
     return kExitLibrary;
@@ -71,7 +71,9 @@ int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint6
 
 }  // namespace
 
-CommandLine::Grammar BackupCommand::Grammar() { return {4, {"--compare", "--extra-pass"}, {"--block-size", "--exclude"}}; }
+CommandLine::Grammar BackupCommand::Grammar() {
+  return {4, {"--compare", "--extra-pass"}, {"--block-size", "--exclude"}};
+}
 
 int BackupCommand::Run(const CommandLine& arguments) {
   const std::string& volume = arguments.Positional(0);

@@ -35,8 +35,8 @@ bool CommandLine::Parse(const std::vector<std::string>& words, const Grammar& gr
     }
   }
   if (positionals_.size() != grammar.positionals) {
-    *error = "expected " + std::to_string(grammar.positionals) + " arguments, got " +
-             std::to_string(positionals_.size());
+    *error =
+        "expected " + std::to_string(grammar.positionals) + " arguments, got " + std::to_string(positionals_.size());
     return false;
   }
   return true;

@@ -16,9 +16,9 @@ class CommandLine {
   // What a subcommand accepts: its positional count, its flags (no value)
   // and its options that take a value.
   struct Grammar {
-    std::size_t positionals = 0;           // exact count of positional words
-    std::set<std::string> flags;           // e.g. "--json"
-    std::set<std::string> valueOptions;    // e.g. "--block-size"
+    std::size_t positionals = 0;         // exact count of positional words
+    std::set<std::string> flags;         // e.g. "--json"
+    std::set<std::string> valueOptions;  // e.g. "--block-size"
   };
 
   // Parses words (the arguments after the subcommand). False, with *error
@@ -42,8 +42,8 @@ class CommandLine {
  private:
   bool ParseBlockSize(uint64_t fallback, uint64_t* out) const;
 
-  std::vector<std::string> positionals_;       // in order
-  std::set<std::string> flags_;                // flags given
+  std::vector<std::string> positionals_;                    // in order
+  std::set<std::string> flags_;                             // flags given
   std::map<std::string, std::vector<std::string>> values_;  // each option's values, in order
 };
 

@@ -30,7 +30,9 @@ uint64_t ChangedBytes(const std::vector<uint8_t>& bitmap, uint64_t blockSize, ui
 
 }  // namespace
 
-CommandLine::Grammar DiffCommand::Grammar() { return {3, {"--extra-pass", "--json"}, {"--block-size", "--bitmap-out", "--exclude"}}; }
+CommandLine::Grammar DiffCommand::Grammar() {
+  return {3, {"--extra-pass", "--json"}, {"--block-size", "--bitmap-out", "--exclude"}};
+}
 
 int DiffCommand::Run(const CommandLine& arguments) {
   const std::string& volume = arguments.Positional(0);
@@ -60,12 +62,13 @@ int DiffCommand::Run(const CommandLine& arguments) {
   const uint64_t blocks = CountSetBits(bitmap);
   const uint64_t bytes = ChangedBytes(bitmap, blockSize, volumeSize);
   if (arguments.Has("--json")) {
-    std::printf("{\"volume\": %s, \"from\": %s, \"to\": %s, \"volume_size\": %llu, \"block_size\": %llu, "
-                "\"bitmap_bytes\": %llu, \"changed_blocks\": %llu, \"changed_bytes\": %llu}\n",
-                JsonText(volume).c_str(), JsonText(from).c_str(), JsonText(to).c_str(),
-                static_cast<unsigned long long>(volumeSize), static_cast<unsigned long long>(blockSize),
-                static_cast<unsigned long long>(bitmap.size()), static_cast<unsigned long long>(blocks),
-                static_cast<unsigned long long>(bytes));
+    std::printf(
+        "{\"volume\": %s, \"from\": %s, \"to\": %s, \"volume_size\": %llu, \"block_size\": %llu, "
+        "\"bitmap_bytes\": %llu, \"changed_blocks\": %llu, \"changed_bytes\": %llu}\n",
+        JsonText(volume).c_str(), JsonText(from).c_str(), JsonText(to).c_str(),
+        static_cast<unsigned long long>(volumeSize), static_cast<unsigned long long>(blockSize),
+        static_cast<unsigned long long>(bitmap.size()), static_cast<unsigned long long>(blocks),
+        static_cast<unsigned long long>(bytes));
   } else {
     std::printf("volume size     %llu bytes\nblock size      %llu bytes\nchanged blocks  %llu\nchanged bytes   %llu\n",
                 static_cast<unsigned long long>(volumeSize), static_cast<unsigned long long>(blockSize),

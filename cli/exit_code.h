@@ -5,11 +5,11 @@
 namespace tolvarcli {
 
 enum ExitCode : int {
-  kExitOk = 0,        // the command did what it was asked
-  kExitUsage = 1,     // bad command line
-  kExitLibrary = 2,   // the library refused (a status other than success); its messages were printed
-  kExitFile = 3,      // a file of the command's own could not be read or written
-  kExitRefused = 4,   // apply: the increment is damaged or does not fit BASE; BASE untouched
+  kExitOk = 0,       // the command did what it was asked
+  kExitUsage = 1,    // bad command line
+  kExitLibrary = 2,  // the library refused (a status other than success); its messages were printed
+  kExitFile = 3,     // a file of the command's own could not be read or written
+  kExitRefused = 4,  // apply: the increment is damaged or does not fit BASE; BASE untouched
 };
 
 }  // namespace tolvarcli

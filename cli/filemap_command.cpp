@@ -44,17 +44,18 @@ int FilemapCommand::Run(const CommandLine& arguments) {
       if (!list.empty()) list += ", ";
       list += "[" + std::to_string(run.first) + ", " + std::to_string(run.second) + "]";
     }
-    std::printf("{\"volume\": %s, \"from\": %s, \"to\": %s, \"path\": %s, \"block_size\": %llu, "
-                "\"map_bytes\": %llu, \"map_blocks\": %llu, \"changed_blocks\": %llu, \"ranges\": [%s]}\n",
-                JsonText(volume).c_str(), JsonText(from).c_str(), JsonText(to).c_str(), JsonText(path).c_str(),
-                static_cast<unsigned long long>(blockSize), static_cast<unsigned long long>(map.size()),
-                static_cast<unsigned long long>(mapBlocks), static_cast<unsigned long long>(changed), list.c_str());
+    std::printf(
+        "{\"volume\": %s, \"from\": %s, \"to\": %s, \"path\": %s, \"block_size\": %llu, "
+        "\"map_bytes\": %llu, \"map_blocks\": %llu, \"changed_blocks\": %llu, \"ranges\": [%s]}\n",
+        JsonText(volume).c_str(), JsonText(from).c_str(), JsonText(to).c_str(), JsonText(path).c_str(),
+        static_cast<unsigned long long>(blockSize), static_cast<unsigned long long>(map.size()),
+        static_cast<unsigned long long>(mapBlocks), static_cast<unsigned long long>(changed), list.c_str());
   } else {
-    std::printf("block size      %llu bytes\nmap blocks      %llu (%llu bytes)\nchanged blocks  %llu\n"
-                "changed ranges  %s\n",
-                static_cast<unsigned long long>(blockSize), static_cast<unsigned long long>(mapBlocks),
-                static_cast<unsigned long long>(map.size()), static_cast<unsigned long long>(changed),
-                RangeText(runs).c_str());
+    std::printf(
+        "block size      %llu bytes\nmap blocks      %llu (%llu bytes)\nchanged blocks  %llu\n"
+        "changed ranges  %s\n",
+        static_cast<unsigned long long>(blockSize), static_cast<unsigned long long>(mapBlocks),
+        static_cast<unsigned long long>(map.size()), static_cast<unsigned long long>(changed), RangeText(runs).c_str());
   }
   return kExitOk;
 }

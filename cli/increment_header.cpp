@@ -23,7 +23,8 @@ constexpr uint64_t kMaxBlockSize = 131072;
 
 void StoreIdentifier(uint8_t* field, const std::string& identifier) {
   std::memset(field, 0, IncrementHeader::kIdentifierField);
-  std::memcpy(field, identifier.data(), std::min<std::size_t>(identifier.size(), IncrementHeader::kIdentifierField - 1));
+  std::memcpy(field, identifier.data(),
+              std::min<std::size_t>(identifier.size(), IncrementHeader::kIdentifierField - 1));
 }
 
 std::string LoadIdentifier(const uint8_t* field) {

@@ -20,15 +20,15 @@ struct IncrementHeader {
   static constexpr char kMagic[9] = "TOLVINCR";  // 8 bytes on disk, no NUL
   static constexpr uint32_t kVersion = 1;
   // Offsets of the fields within the header.
-  static constexpr uint64_t kMagicOffset = 0;         // 8 bytes "TOLVINCR"
-  static constexpr uint64_t kVersionOffset = 8;       // 4 bytes
-  static constexpr uint64_t kHeaderSizeOffset = 12;   // 4 bytes: 128
-  static constexpr uint64_t kVolumeSizeOffset = 16;   // 8 bytes
-  static constexpr uint64_t kBlockSizeOffset = 24;    // 8 bytes
-  static constexpr uint64_t kBitmapLengthOffset = 32; // 8 bytes
-  static constexpr uint64_t kReservedOffset = 40;     // 8 bytes, zero
-  static constexpr uint64_t kFromOffset = 48;         // 40 bytes: older shadow copy ID, NUL-padded
-  static constexpr uint64_t kToOffset = 88;           // 40 bytes: newer shadow copy ID, NUL-padded
+  static constexpr uint64_t kMagicOffset = 0;          // 8 bytes "TOLVINCR"
+  static constexpr uint64_t kVersionOffset = 8;        // 4 bytes
+  static constexpr uint64_t kHeaderSizeOffset = 12;    // 4 bytes: 128
+  static constexpr uint64_t kVolumeSizeOffset = 16;    // 8 bytes
+  static constexpr uint64_t kBlockSizeOffset = 24;     // 8 bytes
+  static constexpr uint64_t kBitmapLengthOffset = 32;  // 8 bytes
+  static constexpr uint64_t kReservedOffset = 40;      // 8 bytes, zero
+  static constexpr uint64_t kFromOffset = 48;          // 40 bytes: older shadow copy ID, NUL-padded
+  static constexpr uint64_t kToOffset = 88;            // 40 bytes: newer shadow copy ID, NUL-padded
   static constexpr uint64_t kIdentifierField = 40;
   // Bytes of one block record besides the block itself, and of the trailer.
   static constexpr uint64_t kRecordIndexSize = 8;

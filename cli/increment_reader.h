@@ -41,12 +41,12 @@ class IncrementReader {
   bool ReadExactly(std::ifstream& in, void* data, std::size_t size);
   bool CheckRecord(uint64_t index, uint64_t previous, bool first);
 
-  std::string path_;                // the increment file
-  IncrementHeader header_;          // after Verify
-  std::vector<uint8_t> bitmap_;     // after Verify
-  uint64_t count_ = 0;              // block records, after Verify
-  std::string error_;               // why Verify failed
-  bool readFailed_ = false;         // the file itself could not be read
+  std::string path_;             // the increment file
+  IncrementHeader header_;       // after Verify
+  std::vector<uint8_t> bitmap_;  // after Verify
+  uint64_t count_ = 0;           // block records, after Verify
+  std::string error_;            // why Verify failed
+  bool readFailed_ = false;      // the file itself could not be read
 };
 
 }  // namespace tolvarcli

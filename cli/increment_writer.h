@@ -37,12 +37,12 @@ class IncrementWriter {
  private:
   bool Write(const void* data, std::size_t size);
 
-  std::string path_;       // the target
-  std::string temporary_;  // where the file grows until Commit
-  std::ofstream out_;      // the temporary file while open
-  Crc64 crc_;              // over every byte written so far
-  uint64_t count_ = 0;     // block records written
-  bool committed_ = false; // renamed into place
+  std::string path_;        // the target
+  std::string temporary_;   // where the file grows until Commit
+  std::ofstream out_;       // the temporary file while open
+  Crc64 crc_;               // over every byte written so far
+  uint64_t count_ = 0;      // block records written
+  bool committed_ = false;  // renamed into place
 };
 
 }  // namespace tolvarcli

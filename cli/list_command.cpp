@@ -25,10 +25,10 @@ using tolvarcore::vss::Guid;
 
 // One row of the listing.
 struct ShadowCopyRow {
-  Guid shadowCopy;     // the ID that diff and backup take
-  Guid set;            // the snapshot set it belongs to
-  Guid store;          // the store identifier of the catalog
-  uint64_t volumeSize; // bytes, from the catalog's definition
+  Guid shadowCopy;      // the ID that diff and backup take
+  Guid set;             // the snapshot set it belongs to
+  Guid store;           // the store identifier of the catalog
+  uint64_t volumeSize;  // bytes, from the catalog's definition
 };
 
 Guid ShadowCopyOf(tolvarcore::vss::api::VssContext& context, const tolvarcore::vss::RecordHead& head) {
@@ -50,10 +50,11 @@ void PrintTable(const std::vector<ShadowCopyRow>& rows) {
 void PrintJson(const std::string& volume, const std::vector<ShadowCopyRow>& rows) {
   std::printf("{\"volume\": %s, \"shadow_copies\": [", JsonText(volume).c_str());
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    std::printf("%s\n  {\"order\": %zu, \"shadow_copy_id\": \"%s\", \"set_id\": \"%s\", "
-                "\"store_identifier\": \"%s\", \"volume_size\": %llu}",
-                i ? "," : "", i + 1, rows[i].shadowCopy.ToString().c_str(), rows[i].set.ToString().c_str(),
-                rows[i].store.ToString().c_str(), static_cast<unsigned long long>(rows[i].volumeSize));
+    std::printf(
+        "%s\n  {\"order\": %zu, \"shadow_copy_id\": \"%s\", \"set_id\": \"%s\", "
+        "\"store_identifier\": \"%s\", \"volume_size\": %llu}",
+        i ? "," : "", i + 1, rows[i].shadowCopy.ToString().c_str(), rows[i].set.ToString().c_str(),
+        rows[i].store.ToString().c_str(), static_cast<unsigned long long>(rows[i].volumeSize));
   }
   std::printf("%s]}\n", rows.empty() ? "" : "\n");
 }

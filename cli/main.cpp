@@ -33,9 +33,9 @@ const char kUsage[] =
 
 // One subcommand: its name, what it accepts and what runs it.
 struct Subcommand {
-  const char* name;                                   // the first argument
-  tolvarcli::CommandLine::Grammar (*grammar)();       // its arguments
-  int (*run)(const tolvarcli::CommandLine&);          // runs it
+  const char* name;                              // the first argument
+  tolvarcli::CommandLine::Grammar (*grammar)();  // its arguments
+  int (*run)(const tolvarcli::CommandLine&);     // runs it
 };
 
 const Subcommand kSubcommands[] = {

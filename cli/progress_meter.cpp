@@ -14,7 +14,10 @@ constexpr double kMebibyte = 1024.0 * 1024.0;
 }  // namespace
 
 ProgressMeter::ProgressMeter(uint64_t totalBlocks, uint64_t blockSize)
-    : enabled_(IsTerminal(stderr)), totalBlocks_(totalBlocks), blockSize_(blockSize), start_(Clock::now()),
+    : enabled_(IsTerminal(stderr)),
+      totalBlocks_(totalBlocks),
+      blockSize_(blockSize),
+      start_(Clock::now()),
       lastDraw_(start_) {}
 
 void ProgressMeter::Advance() {

@@ -59,8 +59,8 @@ int32_t TrackingSession::FileMap(const std::string& path, std::vector<uint8_t>* 
 }
 
 bool TrackingSession::OpenChangedBlocks(const std::string& volume, const std::string& from, const std::string& to,
-                                        uint64_t blockSize, bool newestPass,
-                                        const std::vector<std::string>& excluded, std::vector<uint8_t>* bitmap) {
+                                        uint64_t blockSize, bool newestPass, const std::vector<std::string>& excluded,
+                                        std::vector<uint8_t>* bitmap) {
   if (Open(volume, from, to, blockSize, newestPass) != 0) return false;
   // Excluded files' blocks leave the bitmap; the new handle walks what is left.
   if (!excluded.empty() && Exclude(excluded) != 0) return false;

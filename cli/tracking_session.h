@@ -32,9 +32,8 @@ class TrackingSession {
   // Open, then Exclude when paths are given, then Bitmap: the changed
   // blocks that a diff or a backup works on. False after a failure, which
   // has been printed.
-  bool OpenChangedBlocks(const std::string& volume, const std::string& from, const std::string& to,
-                         uint64_t blockSize, bool newestPass, const std::vector<std::string>& excluded,
-                         std::vector<uint8_t>* bitmap);
+  bool OpenChangedBlocks(const std::string& volume, const std::string& from, const std::string& to, uint64_t blockSize,
+                         bool newestPass, const std::vector<std::string>& excluded, std::vector<uint8_t>* bitmap);
 
   // GetFileChangesMap of path: asks for the map's length, then the map.
   // On failure prints the queue and the status and returns it.
@@ -49,9 +48,9 @@ class TrackingSession {
   uint64_t BlockSize() const { return blockSize_; }
 
  private:
-  TolvarHandle handle_ = nullptr;  // the handle the calls use, or null
+  TolvarHandle handle_ = nullptr;      // the handle the calls use, or null
   TolvarHandle initHandle_ = nullptr;  // Init's handle once Exclude replaced it, or null
-  uint64_t blockSize_ = 0;         // as given to Init
+  uint64_t blockSize_ = 0;             // as given to Init
 };
 
 // The size in bytes of the volume at path (one trailing backslash dropped,

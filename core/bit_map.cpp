@@ -7,9 +7,7 @@
 
 namespace tolvarcore {
 
-BitMap::BitMap(uint64_t byteCount)
-    : byteCount_(std::max<uint64_t>(byteCount, 1)),
-      bytes_(new uint8_t[byteCount_]()) {}
+BitMap::BitMap(uint64_t byteCount) : byteCount_(std::max<uint64_t>(byteCount, 1)), bytes_(new uint8_t[byteCount_]()) {}
 
 bool BitMap::Test(uint64_t index) const {
   if (index / 8 >= byteCount_) return false;
@@ -161,10 +159,14 @@ void BitMap::GroupInto(unsigned group, BitMap* target) const {
   const uint8_t* from = bytes_.get();
   uint8_t* to = target->bytes_.get();
   switch (group) {
-    case 1: return GroupBytes<1>(from, byteCount_, to, target->byteCount_);
-    case 2: return GroupBytes<2>(from, byteCount_, to, target->byteCount_);
-    case 4: return GroupBytes<4>(from, byteCount_, to, target->byteCount_);
-    default: return GroupBytes<8>(from, byteCount_, to, target->byteCount_);
+    case 1:
+      return GroupBytes<1>(from, byteCount_, to, target->byteCount_);
+    case 2:
+      return GroupBytes<2>(from, byteCount_, to, target->byteCount_);
+    case 4:
+      return GroupBytes<4>(from, byteCount_, to, target->byteCount_);
+    default:
+      return GroupBytes<8>(from, byteCount_, to, target->byteCount_);
   }
 }
 

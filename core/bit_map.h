@@ -62,7 +62,7 @@ class BitMap {
   void GroupInto(unsigned group, BitMap* target) const;
   void SpreadInto(unsigned spread, BitMap* target) const;
 
-  uint64_t byteCount_;               // length of the bit array in bytes; never 0
+  uint64_t byteCount_;                // length of the bit array in bytes; never 0
   std::unique_ptr<uint8_t[]> bytes_;  // the bits
 };
 

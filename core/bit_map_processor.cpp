@@ -16,8 +16,7 @@ constexpr unsigned kBitmapBytesShift = 17;
 // record at offset. Returns false when the read falls short; the bitmap then
 // holds what was read; it is cut short only when neither the record nor the
 // volume could hold it.
-bool ReadBitmap(const vss::VssVolume& volume, uint64_t offset, uint64_t volumeSize,
-                std::unique_ptr<BitMap>* bitmap) {
+bool ReadBitmap(const vss::VssVolume& volume, uint64_t offset, uint64_t volumeSize, std::unique_ptr<BitMap>* bitmap) {
   std::shared_ptr<vss::VssRecord> record = volume.OpenRecord(offset);
   const uint64_t length = volumeSize >> kBitmapBytesShift;
   // A volume size from the catalog can ask for terabytes: allocate no more
@@ -65,8 +64,7 @@ BitMapProcessor::BitMapProcessor() = default;
 
 BitMapProcessor::~BitMapProcessor() = default;
 
-bool BitMapProcessor::Load(const std::shared_ptr<vss::VssVolume>& volume,
-                           const std::shared_ptr<vss::Snapshot>& first,
+bool BitMapProcessor::Load(const std::shared_ptr<vss::VssVolume>& volume, const std::shared_ptr<vss::Snapshot>& first,
                            const std::shared_ptr<vss::Snapshot>& last) {
   if (!volume || !last) return false;
   if (!ReadBitmap(*volume, last->GetBitmapOffset(), last->GetVolumeSize(), &current_)) {

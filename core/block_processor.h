@@ -48,8 +48,7 @@ class BlockProcessor {
   // shadow copies that identifiers names (from, to), and opens both shadow
   // copies. 0, or kFailed with the reason on the error queue.
   virtual int64_t Compute(vss::api::VssContext& context, VolumeProvider& volumeProvider,
-                          const std::shared_ptr<vss::VssVolume>& volume,
-                          const std::shared_ptr<vss::VssVolume>& storage,
+                          const std::shared_ptr<vss::VssVolume>& volume, const std::shared_ptr<vss::VssVolume>& storage,
                           const std::pair<std::string, std::string>& identifiers);
 
   // Reads the next changed block from the newer shadow copy into buffer.

@@ -53,7 +53,7 @@ class FileChangeTracker {
   std::shared_ptr<ntfsparsercore::io::NtfsFile> Find(const std::shared_ptr<ntfsparsercore::NtfsVolume>& volume,
                                                      const char* path);
 
-  BlockProcessor* blockProcessor_;                          // the handle's processor; not owned
+  BlockProcessor* blockProcessor_;                           // the handle's processor; not owned
   std::shared_ptr<ntfsparsercore::NtfsVolume> olderVolume_;  // NTFS view of the older shadow copy
   std::shared_ptr<ntfsparsercore::NtfsVolume> newerVolume_;  // NTFS view of the newer one, where paths are looked up
 };

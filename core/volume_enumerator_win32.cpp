@@ -18,9 +18,7 @@ VolumeEnumerator::Api& VolumeEnumerator::Api::Default() {
   return api;
 }
 
-HANDLE VolumeEnumerator::Api::FindFirstVolumeA(LPSTR name, DWORD length) {
-  return ::FindFirstVolumeA(name, length);
-}
+HANDLE VolumeEnumerator::Api::FindFirstVolumeA(LPSTR name, DWORD length) { return ::FindFirstVolumeA(name, length); }
 BOOL VolumeEnumerator::Api::FindNextVolumeA(HANDLE find, LPSTR name, DWORD length) {
   return ::FindNextVolumeA(find, name, length);
 }

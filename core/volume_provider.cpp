@@ -7,8 +7,7 @@ namespace tolvarcore {
 VolumeProvider::VolumeProvider(std::shared_ptr<ntfsparsercore::io::SourceFactory> factory)
     : factory_(std::move(factory)) {}
 
-VolumeProvider::VolumeProvider(std::shared_ptr<ntfsparsercore::io::SourceFactory> factory,
-                               VolumeEnumerator enumerator)
+VolumeProvider::VolumeProvider(std::shared_ptr<ntfsparsercore::io::SourceFactory> factory, VolumeEnumerator enumerator)
     : factory_(std::move(factory)), enumerator_(enumerator) {}
 
 VolumeProvider::~VolumeProvider() = default;

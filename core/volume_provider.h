@@ -46,7 +46,7 @@ class VolumeProvider {
   // caller, or null. On Windows the shadow-copy device; on POSIX a view
   // rebuilt from storage's store.
   virtual ntfsparsercore::io::ISource* OpenShadowCopy(const std::shared_ptr<vss::Snapshot>& snapshot,
-                                                       const std::shared_ptr<vss::VssVolume>& storage);
+                                                      const std::shared_ptr<vss::VssVolume>& storage);
 
   virtual ~VolumeProvider();
 
@@ -54,9 +54,9 @@ class VolumeProvider {
   // Opens path through the factory behind a cache proxy; null on failure.
   ntfsparsercore::io::ISource* OpenDevice(const std::string& path);
 
-  uint64_t lineSize_ = kLineSize;                                  // cache line size for every source it opens
-  std::shared_ptr<ntfsparsercore::io::SourceFactory> factory_;     // shared with Init, which creates it
-  VolumeEnumerator enumerator_;                                    // the system's volumes
+  uint64_t lineSize_ = kLineSize;                               // cache line size for every source it opens
+  std::shared_ptr<ntfsparsercore::io::SourceFactory> factory_;  // shared with Init, which creates it
+  VolumeEnumerator enumerator_;                                 // the system's volumes
   // POSIX: the stores that shadow copies are rebuilt from, and whose.
   std::shared_ptr<const vss::StoreStack> stores_;
   std::shared_ptr<vss::VssVolume> storesOf_;

@@ -49,19 +49,19 @@ class Attribute {
 
  private:
   std::shared_ptr<attributes::readers::ReadersFactory> readersFactory_;  // the volume's readers factory
-  RecordList records_;                // the extents, in the order given
-  uint32_t type_ = 0;                 // attribute type code
-  bool resident_ = true;              // value held inside the MFT record
-  bool named_ = false;                // the attribute has a name
-  bool compressed_ = false;           // value stored in compression units
-  bool sparse_ = false;               // value may have unallocated runs
-  uint16_t attributeId_ = 0;          // id of the first record
-  uint32_t recordLength_ = 0;         // length of the first record
-  uint64_t size_ = 0;                 // value size in bytes
-  uint64_t compressedSize_ = 0;       // compressed size of a compressed value
-  uint16_t compressionUnit_ = 0;      // log2 of clusters per compression unit
-  uint32_t residentValueLength_ = 0;  // resident value length
-  std::string name_;                  // the attribute's name in UTF-8
+  RecordList records_;                                                   // the extents, in the order given
+  uint32_t type_ = 0;                                                    // attribute type code
+  bool resident_ = true;                                                 // value held inside the MFT record
+  bool named_ = false;                                                   // the attribute has a name
+  bool compressed_ = false;                                              // value stored in compression units
+  bool sparse_ = false;                                                  // value may have unallocated runs
+  uint16_t attributeId_ = 0;                                             // id of the first record
+  uint32_t recordLength_ = 0;                                            // length of the first record
+  uint64_t size_ = 0;                                                    // value size in bytes
+  uint64_t compressedSize_ = 0;                                          // compressed size of a compressed value
+  uint16_t compressionUnit_ = 0;                                         // log2 of clusters per compression unit
+  uint32_t residentValueLength_ = 0;                                     // resident value length
+  std::string name_;                                                     // the attribute's name in UTF-8
 };
 
 }  // namespace ntfsparsercore

@@ -105,4 +105,3 @@ void IndexBlockMap::Walk(const std::shared_ptr<UsnController>& root, std::vector
 }
 
 }  // namespace ntfsparsercore
-

@@ -38,8 +38,8 @@ class IndexBlockMap {
 
   // Index block header, after the multi-sector header.
   static constexpr uint64_t kBlockHeaderSize = 24;
-  static constexpr uint64_t kVcnOffset = 0x10;            // 8 bytes: VCN of this block
-  static constexpr uint64_t kNodeHeaderOffset = 0x18;     // the node header; entry offsets count from here
+  static constexpr uint64_t kVcnOffset = 0x10;         // 8 bytes: VCN of this block
+  static constexpr uint64_t kNodeHeaderOffset = 0x18;  // the node header; entry offsets count from here
   static constexpr uint64_t kNodeHeaderSize = 16;
   static constexpr uint64_t kEntriesOffsetOffset = 0x00;  // in the node header, 4 bytes: first entry
   // Index entry header.

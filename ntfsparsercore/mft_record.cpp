@@ -24,8 +24,8 @@ constexpr std::size_t kShortWalk = 64;
 // small list; a longer one (damaged records only) in a bitmap of every
 // 16-bit position, so that each step costs the same however long it runs.
 struct MetPositions {
-  uint16_t list[kShortWalk];         // the positions met, while there are few
-  std::size_t listed = 0;            // entries of list in use
+  uint16_t list[kShortWalk];               // the positions met, while there are few
+  std::size_t listed = 0;                  // entries of list in use
   std::unique_ptr<std::vector<bool>> all;  // every position met, once the list is full
 
   // Records position; false when it was met before.

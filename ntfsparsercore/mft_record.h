@@ -55,12 +55,12 @@ class MftRecord : public io::ISource, public std::enable_shared_from_this<MftRec
 
   // File record header, after the multi-sector fix-up.
   static constexpr uint64_t kHeaderSize = 48;
-  static constexpr uint64_t kSignatureOffset = 0;             // 4 bytes: "FILE"
-  static constexpr uint64_t kFirstAttributeOffset = 20;       // 2 bytes: offset of the first attribute
-  static constexpr uint64_t kFlagsOffset = 22;                // 2 bytes: record flags
-  static constexpr uint64_t kAllocatedSizeOffset = 28;        // 4 bytes: bytes allocated to the record
-  static constexpr uint64_t kBaseReferenceLowOffset = 32;     // 4 bytes: base record number, low 32 bits
-  static constexpr uint64_t kBaseReferenceHighOffset = 36;    // 2 bytes: base record number, bits 32 to 47
+  static constexpr uint64_t kSignatureOffset = 0;           // 4 bytes: "FILE"
+  static constexpr uint64_t kFirstAttributeOffset = 20;     // 2 bytes: offset of the first attribute
+  static constexpr uint64_t kFlagsOffset = 22;              // 2 bytes: record flags
+  static constexpr uint64_t kAllocatedSizeOffset = 28;      // 4 bytes: bytes allocated to the record
+  static constexpr uint64_t kBaseReferenceLowOffset = 32;   // 4 bytes: base record number, low 32 bits
+  static constexpr uint64_t kBaseReferenceHighOffset = 36;  // 2 bytes: base record number, bits 32 to 47
   static constexpr uint16_t kFlagInUse = 0x0001;
   static constexpr uint16_t kFlagDirectory = 0x0002;
 
@@ -74,15 +74,15 @@ class MftRecord : public io::ISource, public std::enable_shared_from_this<MftRec
   AttributeList GatherListedAttributes(const std::shared_ptr<AttributeRecord>& listRecord);
 
   std::shared_ptr<attributes::readers::ReadersFactory> readersFactory_;  // passed on to every attribute
-  IVolume* volume_;                  // the volume the record belongs to (borrowed)
-  MftTable* table_;                  // the table that read the record (borrowed)
-  UsnController record_;             // the record's fixed-up bytes
-  bool inUse_ = false;               // flag bit 0; false after any failed check
-  bool directory_ = false;           // flag bit 1, for records in use
-  uint16_t firstAttributeOffset_ = 0;  // where the attribute walk starts
-  uint32_t allocatedSize_ = 0;       // upper bound of every read of the record
-  uint64_t recordNumber_;            // the number the record was read as
-  uint64_t baseRecordNumber_ = 0;    // base record of an extension record; 0 for a base record
+  IVolume* volume_;                                                      // the volume the record belongs to (borrowed)
+  MftTable* table_;                                                      // the table that read the record (borrowed)
+  UsnController record_;                                                 // the record's fixed-up bytes
+  bool inUse_ = false;                                                   // flag bit 0; false after any failed check
+  bool directory_ = false;                                               // flag bit 1, for records in use
+  uint16_t firstAttributeOffset_ = 0;                                    // where the attribute walk starts
+  uint32_t allocatedSize_ = 0;                                           // upper bound of every read of the record
+  uint64_t recordNumber_;                                                // the number the record was read as
+  uint64_t baseRecordNumber_ = 0;  // base record of an extension record; 0 for a base record
 };
 
 }  // namespace ntfsparsercore

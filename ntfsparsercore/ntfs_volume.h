@@ -44,14 +44,14 @@ class NtfsVolume : public IVolume {
 
   // Boot sector, sector 0 of the volume.
   static constexpr uint64_t kBootSectorSize = 512;
-  static constexpr uint64_t kOemIdOffset = 3;                // 8 bytes: "NTFS    "
+  static constexpr uint64_t kOemIdOffset = 3;  // 8 bytes: "NTFS    "
   static constexpr uint64_t kOemIdSize = 8;
-  static constexpr uint64_t kBytesPerSectorOffset = 11;      // 2 bytes
-  static constexpr uint64_t kSectorsPerClusterOffset = 13;   // 1 byte, unsigned
-  static constexpr uint64_t kTotalSectorsOffset = 40;        // 8 bytes
-  static constexpr uint64_t kMftClusterOffset = 48;          // 8 bytes: cluster number of the MFT
-  static constexpr uint64_t kClustersPerRecordOffset = 64;   // 1 byte, signed
-  static constexpr uint64_t kEndMarkerOffset = 510;          // 2 bytes: 0xAA55
+  static constexpr uint64_t kBytesPerSectorOffset = 11;     // 2 bytes
+  static constexpr uint64_t kSectorsPerClusterOffset = 13;  // 1 byte, unsigned
+  static constexpr uint64_t kTotalSectorsOffset = 40;       // 8 bytes
+  static constexpr uint64_t kMftClusterOffset = 48;         // 8 bytes: cluster number of the MFT
+  static constexpr uint64_t kClustersPerRecordOffset = 64;  // 1 byte, signed
+  static constexpr uint64_t kEndMarkerOffset = 510;         // 2 bytes: 0xAA55
   static constexpr uint16_t kEndMarker = 0xAA55;
   static constexpr uint64_t kMftRecordNumber = 0;
   static constexpr uint64_t kShiftMask = 63;
@@ -65,9 +65,9 @@ class NtfsVolume : public IVolume {
   // MFT stream made from it never refer to a table that is gone.
   std::unique_ptr<MftTable> bootstrapTable_;
   std::shared_ptr<attributes::readers::ReadersFactory> readersFactory_;  // the one factory of this volume
-  uint32_t bytesPerSector_;              // from the boot sector
-  uint64_t clusterSize_;                 // bytes per sector × sectors per cluster
-  uint64_t volumeSize_;                  // bytes per sector × total sectors
+  uint32_t bytesPerSector_;                                              // from the boot sector
+  uint64_t clusterSize_;                                                 // bytes per sector × sectors per cluster
+  uint64_t volumeSize_;                                                  // bytes per sector × total sectors
 };
 
 }  // namespace ntfsparsercore

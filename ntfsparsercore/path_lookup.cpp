@@ -32,10 +32,10 @@ constexpr uint8_t kNamespaceOrder[] = {0, 1, 3, 2};
 
 // Index root value: its header, then the node header.
 constexpr uint64_t kRootHeaderSize = 16;
-constexpr uint64_t kBlockSizeOffset = 8;     // in the root header, 4 bytes: bytes per index block
+constexpr uint64_t kBlockSizeOffset = 8;        // in the root header, 4 bytes: bytes per index block
 constexpr uint64_t kRootNodeHeaderOffset = 16;  // the node header; entry offsets count from here
 constexpr uint64_t kNodeHeaderSize = 16;
-constexpr uint64_t kEntriesOffsetOffset = 0;    // in the node header, 4 bytes: first entry
+constexpr uint64_t kEntriesOffsetOffset = 0;  // in the node header, 4 bytes: first entry
 
 // The record number kept with a found name: the parent directory's.
 struct FoundName {
@@ -103,8 +103,7 @@ void WalkSubNode(const std::shared_ptr<MftRecord>& record, uint64_t blockSize, u
     ReplayErrors(subNodes->messages);
   } else {
     ErrorRecorder recorder;
-    subNodes->map.reset(
-        new IndexBlockMap(record->GetVolume(), record->GetAttributes(kIndexAllocationType), blockSize));
+    subNodes->map.reset(new IndexBlockMap(record->GetVolume(), record->GetAttributes(kIndexAllocationType), blockSize));
     subNodes->messages = recorder.Records();
     subNodes->reusable = !recorder.ReadFailed();
   }

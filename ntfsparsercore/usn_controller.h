@@ -37,9 +37,9 @@ class UsnController {
 
  private:
   // Multi-sector header, at the record's first byte.
-  static constexpr uint64_t kMagicOffset = 0x00;           // 4 bytes: record magic
-  static constexpr uint64_t kUsaOffsetOffset = 0x04;       // 2 bytes: update sequence array offset
-  static constexpr uint64_t kUsaCountOffset = 0x06;        // 2 bytes: array length in 16-bit words
+  static constexpr uint64_t kMagicOffset = 0x00;      // 4 bytes: record magic
+  static constexpr uint64_t kUsaOffsetOffset = 0x04;  // 2 bytes: update sequence array offset
+  static constexpr uint64_t kUsaCountOffset = 0x06;   // 2 bytes: array length in 16-bit words
   static constexpr uint64_t kHeaderSize = 8;
 
   void LoadFixupBytes(uint16_t arrayOffset, uint16_t arrayCount);

@@ -23,8 +23,7 @@ constexpr uint64_t kVolumeHeaderPage = 0;  // the page that holds the volume hea
 
 }  // namespace
 
-StoreMetadata::StoreMetadata(const std::string& image, const std::string& from, const std::string& to)
-    : image_(image) {
+StoreMetadata::StoreMetadata(const std::string& image, const std::string& from, const std::string& to) : image_(image) {
   ntfsparsercore::io::SourceFactory factory;
   std::shared_ptr<ntfsparsercore::io::ISource> source(factory.Open(image.c_str()));
   VssVolume volume(source);

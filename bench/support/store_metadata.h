@@ -42,10 +42,10 @@ class StoreMetadata {
   void AddRecord(const tolvarcore::vss::VssVolume& volume, uint64_t offset);
   void AddBitmap(const tolvarcore::vss::VssVolume& volume, uint64_t offset);
 
-  std::string image_;             // path of the volume image
-  std::vector<uint64_t> pages_;   // page offsets, in the order Init first meets them
-  std::set<uint64_t> listed_;     // the same offsets, for listing each once
-  uint64_t blockListPages_ = 0;   // pages of the block lists Init reads
+  std::string image_;            // path of the volume image
+  std::vector<uint64_t> pages_;  // page offsets, in the order Init first meets them
+  std::set<uint64_t> listed_;    // the same offsets, for listing each once
+  uint64_t blockListPages_ = 0;  // pages of the block lists Init reads
 };
 
 }  // namespace tolvarbench

@@ -38,9 +38,9 @@ class PlainProcessor {
   // Whether a changed volume block lies under length bytes at volumeOffset.
   bool Touches(const BitMap& changedBitmap, uint64_t volumeOffset, uint64_t length) const;
 
-  uint64_t blockSize_;                                // the handle's block size in bytes
-  uint64_t position_ = 0;                             // current byte position in the file
-  std::shared_ptr<BitMap> fileBitmap_;                // the file change map being filled
+  uint64_t blockSize_;                                  // the handle's block size in bytes
+  uint64_t position_ = 0;                               // current byte position in the file
+  std::shared_ptr<BitMap> fileBitmap_;                  // the file change map being filled
   std::shared_ptr<ntfsparsercore::io::NtfsFile> file_;  // the newer version of the file
 };
 

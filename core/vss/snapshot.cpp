@@ -5,8 +5,7 @@
 namespace tolvarcore {
 namespace vss {
 
-Snapshot::Snapshot(const records::SnapshotDefinition& definition,
-                   const records::SnapshotDeclaration& declaration) {
+Snapshot::Snapshot(const records::SnapshotDefinition& definition, const records::SnapshotDeclaration& declaration) {
   if (declaration.storeIdentifier.IsZero()) {
     ReportCodedError(kErrorStore, "Snapshot guid is empty");
     return;

@@ -9,8 +9,7 @@ namespace vss {
 SnapshotList BuildSnapshotList(const records::Catalog& catalog) {
   SnapshotList list;
   for (const records::SnapshotDefinition& definition : catalog.GetDefinitions()) {
-    auto snapshot =
-        std::make_shared<Snapshot>(definition, catalog.FindDeclaration(definition.storeIdentifier));
+    auto snapshot = std::make_shared<Snapshot>(definition, catalog.FindDeclaration(definition.storeIdentifier));
     if (snapshot->GetGuid().IsZero()) {
       ReportCodedError(kErrorStore, "Empty snapshot internal guid");
       list.clear();
@@ -21,8 +20,8 @@ SnapshotList BuildSnapshotList(const records::Catalog& catalog) {
   return list;
 }
 
-bool BuildSnapshotSequence(const SnapshotSequenceRequest& request, api::VssContext& context,
-                           const VssVolume& volume, SnapshotList* list) {
+bool BuildSnapshotSequence(const SnapshotSequenceRequest& request, api::VssContext& context, const VssVolume& volume,
+                           SnapshotList* list) {
   const api::SnapshotProperties start = context.GetSnapshotProperties(request.first);
   const api::SnapshotProperties end = context.GetSnapshotProperties(request.second);
   const std::string startKey = start.setIdentifier.ToString();

@@ -33,8 +33,8 @@ SnapshotList BuildSnapshotList(const records::Catalog& catalog);
 // set identifier of its store header record. The first snapshot gets the
 // start's device object name, the last the end's. On failure the list is
 // emptied, the reason reported (codes 12, 13, 14), and false returned.
-bool BuildSnapshotSequence(const SnapshotSequenceRequest& request, api::VssContext& context,
-                           const VssVolume& volume, SnapshotList* list);
+bool BuildSnapshotSequence(const SnapshotSequenceRequest& request, api::VssContext& context, const VssVolume& volume,
+                           SnapshotList* list);
 
 }  // namespace vss
 }  // namespace tolvarcore

@@ -82,8 +82,8 @@ class StoreBlockMap {
   std::unordered_map<uint64_t, uint32_t> index_;  // key -> position, once keys_ is not sorted
   mutable std::vector<uint32_t> keyOrder_;        // positions by key, once keys_ is not sorted
   mutable bool keyOrderCurrent_ = false;          // keyOrder_ holds every key added
-  std::map<uint64_t, uint64_t> reverse_;  // by forwarder's relative offset: that forwarder's original offset
-  bool usable_ = true;                    // false once a descriptor made the store unreadable
+  std::map<uint64_t, uint64_t> reverse_;          // by forwarder's relative offset: that forwarder's original offset
+  bool usable_ = true;                            // false once a descriptor made the store unreadable
 };
 
 }  // namespace vss

@@ -24,7 +24,7 @@ struct StoreLayer {
                                            const std::vector<uint8_t>& previous);
 
   std::shared_ptr<const StoreBlockMap> blockMap;  // the store's folded block list; null: the store cannot be read
-  std::vector<uint8_t> unusedBitmap;  // UnusedBlocks of its bitmaps' payloads (newest store only)
+  std::vector<uint8_t> unusedBitmap;              // UnusedBlocks of its bitmaps' payloads (newest store only)
 };
 
 inline bool StoreLayer::IsBlockSet(const std::vector<uint8_t>& bitmap, uint64_t offset) {

@@ -45,8 +45,8 @@
 //     list targets the block, the store's current bitmap marks the block
 //     (set bit: not in use) and, if the store has a previous bitmap, that
 //     one marks it too. Each bitmap is the payload of every page of its
-//     chain, one bit per 16 KiB block; blocks past its end are not marked. Otherwise it comes from the volume at the offset.
-//     Views of older shadow copies never read zeros of their own.
+//     chain, one bit per 16 KiB block; blocks past its end are not marked. Otherwise it comes from the volume at the
+//     offset. Views of older shadow copies never read zeros of their own.
 //  5. Offsets are signed 64-bit in libvshadow: a data offset plus rel that
 //     reaches 2^63 or more cannot be read.
 // Forwarders always lead to the next newer store, so a read visits each
@@ -70,8 +70,8 @@ constexpr uint64_t kLargestOffset = 0x7FFFFFFFFFFFFFFFull;  // last offset a sig
 }  // namespace
 
 StoreSnapshotSource::StoreSnapshotSource(std::shared_ptr<ntfsparsercore::io::ISource> volume,
-                                         std::shared_ptr<const StoreLayers> stores,
-                                         std::size_t snapshotIndex, uint64_t volumeSize)
+                                         std::shared_ptr<const StoreLayers> stores, std::size_t snapshotIndex,
+                                         uint64_t volumeSize)
     : volume_(std::move(volume)), stores_(std::move(stores)), snapshotIndex_(snapshotIndex), volumeSize_(volumeSize) {}
 
 uint64_t StoreSnapshotSource::Read(void* buffer, uint64_t size, uint64_t offset) {
@@ -156,7 +156,8 @@ bool StoreSnapshotSource::IsZeroFilled(const StoreLayer& layer, uint64_t offset)
 // from offset on share its value.
 StoreSnapshotSource::SectorRun StoreSnapshotSource::OverlayRun(const BlockDescriptor& overlay, uint64_t offset) {
   // offset lies in the overlay's block, so the distance is below 16 KiB.
-  const uint64_t skipped = std::min(kSectorsPerBlock, (offset - overlay.originalOffset + kSectorSize - 1) / kSectorSize);
+  const uint64_t skipped =
+      std::min(kSectorsPerBlock, (offset - overlay.originalOffset + kSectorSize - 1) / kSectorSize);
   // Shifting a 32-bit value by 32 is undefined; all bits are gone then.
   uint32_t bits = skipped < kSectorsPerBlock ? overlay.allocationBitmap >> skipped : 0;
   // 8 bits wide on purpose: from 0 it wraps to 255, so the loop below still

@@ -22,9 +22,8 @@ class StoreSnapshotSource : public ntfsparsercore::io::ISource {
   // stores: every store of the catalog, oldest first. snapshotIndex: the
   // store whose shadow copy this source shows. volumeSize: the size of the
   // view; reads end there.
-  StoreSnapshotSource(std::shared_ptr<ntfsparsercore::io::ISource> volume,
-                      std::shared_ptr<const StoreLayers> stores, std::size_t snapshotIndex,
-                      uint64_t volumeSize);
+  StoreSnapshotSource(std::shared_ptr<ntfsparsercore::io::ISource> volume, std::shared_ptr<const StoreLayers> stores,
+                      std::size_t snapshotIndex, uint64_t volumeSize);
 
   StoreSnapshotSource(const StoreSnapshotSource&) = delete;
   StoreSnapshotSource& operator=(const StoreSnapshotSource&) = delete;
@@ -54,15 +53,15 @@ class StoreSnapshotSource : public ntfsparsercore::io::ISource {
   uint64_t Deliver(const Piece& piece, std::size_t store, uint8_t* buffer, uint64_t size);
   Piece Locate(std::size_t store, uint64_t offset) const;
   Piece LocateUnmapped(std::size_t store, uint64_t offset, uint64_t size) const;
-  Piece LocateMapped(std::size_t store, const BlockDescriptor& descriptor, uint64_t dataOffset,
-                     uint64_t offset, uint64_t size) const;
+  Piece LocateMapped(std::size_t store, const BlockDescriptor& descriptor, uint64_t dataOffset, uint64_t offset,
+                     uint64_t size) const;
   bool IsZeroFilled(const StoreLayer& layer, uint64_t offset) const;
   static SectorRun OverlayRun(const BlockDescriptor& overlay, uint64_t offset);
 
   std::shared_ptr<ntfsparsercore::io::ISource> volume_;  // the current volume with the store data
   std::shared_ptr<const StoreLayers> stores_;            // every store of the catalog, oldest first
-  std::size_t snapshotIndex_;                             // the store whose view this is
-  uint64_t volumeSize_;                                   // the view's size in bytes
+  std::size_t snapshotIndex_;                            // the store whose view this is
+  uint64_t volumeSize_;                                  // the view's size in bytes
 };
 
 }  // namespace vss

@@ -11,9 +11,7 @@ namespace vss {
 using ntfsparsercore::io::LoadLe32;
 using ntfsparsercore::io::LoadLe64;
 
-VssVolume::VssVolume(std::shared_ptr<ntfsparsercore::io::ISource> source) : source_(std::move(source)) {
-  ReadHeader();
-}
+VssVolume::VssVolume(std::shared_ptr<ntfsparsercore::io::ISource> source) : source_(std::move(source)) { ReadHeader(); }
 
 VssVolume::~VssVolume() = default;
 

@@ -41,9 +41,9 @@ class VssVolume {
  private:
   void ReadHeader();
 
-  uint64_t catalogOffset_ = 0;   // header offset 48; 0 until a header was accepted
-  Guid volumeIdentifier_;        // header offset 64
-  Guid storeVolumeIdentifier_;   // header offset 80
+  uint64_t catalogOffset_ = 0;  // header offset 48; 0 until a header was accepted
+  Guid volumeIdentifier_;       // header offset 64
+  Guid storeVolumeIdentifier_;  // header offset 80
   std::shared_ptr<ntfsparsercore::io::ISource> source_;
 };
 

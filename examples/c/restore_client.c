@@ -30,11 +30,11 @@ static void print_errors(void) {
   while (count-- > 0) fprintf(stderr, "error %u: %s\n", (unsigned)codes[count], messages[count]);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   TolvarHandle handle = NULL;
   uint64_t block_size = 65536, size, index, written = 0;
-  unsigned char *block;
-  FILE *image;
+  unsigned char* block;
+  FILE* image;
   int32_t status;
 
   if (argc != 5 && argc != 6) {

@@ -94,15 +94,24 @@ void HotPageProxy::Touch(std::size_t slot) {
 
 void HotPageProxy::Unlink(std::size_t slot) {
   Slot& s = slots_[slot];
-  if (s.older != kNone) slots_[s.older].newer = s.newer; else oldest_ = s.newer;
-  if (s.newer != kNone) slots_[s.newer].older = s.older; else newest_ = s.older;
+  if (s.older != kNone)
+    slots_[s.older].newer = s.newer;
+  else
+    oldest_ = s.newer;
+  if (s.newer != kNone)
+    slots_[s.newer].older = s.older;
+  else
+    newest_ = s.older;
   s.older = s.newer = kNone;
 }
 
 void HotPageProxy::AppendNewest(std::size_t slot) {
   slots_[slot].older = newest_;
   slots_[slot].newer = kNone;
-  if (newest_ != kNone) slots_[newest_].newer = slot; else oldest_ = slot;
+  if (newest_ != kNone)
+    slots_[newest_].newer = slot;
+  else
+    oldest_ = slot;
   newest_ = slot;
 }
 

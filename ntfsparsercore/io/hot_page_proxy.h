@@ -58,16 +58,16 @@ class HotPageProxy : public ISource {
   void Unlink(std::size_t slot);
   void AppendNewest(std::size_t slot);
 
-  std::vector<Slot> slots_;                               // the proxies used so far, in order of first use
+  std::vector<Slot> slots_;                                // the proxies used so far, in order of first use
   std::unordered_map<uint64_t, std::size_t> slotOfProxy_;  // proxy number -> its slot, for used proxies
   std::unordered_map<uint64_t, std::size_t> pageMap_;      // page number -> slot serving it, for used proxies
-  std::shared_ptr<ISource> source_;                       // the wrapped source
-  uint64_t proxyCount_;                                   // proxies in the pool, used or not
-  uint64_t firstUnused_ = 0;                              // no proxy below this number is unused
-  uint64_t accessCounter_ = 0;                            // bumped once per page-sized piece served
-  uint64_t pageSize_;                                     // bytes per page and per proxy line
-  std::size_t oldest_ = kNone;                            // head of the recency list: the next victim among used proxies
-  std::size_t newest_ = kNone;                            // tail of the recency list
+  std::shared_ptr<ISource> source_;                        // the wrapped source
+  uint64_t proxyCount_;                                    // proxies in the pool, used or not
+  uint64_t firstUnused_ = 0;                               // no proxy below this number is unused
+  uint64_t accessCounter_ = 0;                             // bumped once per page-sized piece served
+  uint64_t pageSize_;                                      // bytes per page and per proxy line
+  std::size_t oldest_ = kNone;  // head of the recency list: the next victim among used proxies
+  std::size_t newest_ = kNone;  // tail of the recency list
 };
 
 }  // namespace io

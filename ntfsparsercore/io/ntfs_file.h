@@ -39,7 +39,7 @@ class NtfsFile : public ISource {
   virtual bool IsSparse();
 
  private:
-  std::unique_ptr<Attribute> attribute_;                // copy of the unnamed data attribute; null when none
+  std::unique_ptr<Attribute> attribute_;                  // copy of the unnamed data attribute; null when none
   std::shared_ptr<attributes::readers::IReader> reader_;  // its reader; null together with attribute_
 };
 

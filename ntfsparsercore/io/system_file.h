@@ -42,10 +42,10 @@ class SystemFile : public ISource {
   bool HandleIsValid() const;
   uint64_t ReadOnce(void* buffer, uint64_t size, uint64_t offset, uint32_t waitMs);
 
-  std::intptr_t handle_;                 // the open file or device; the platform's invalid value means unusable
-  uint32_t firstWait_ = kFirstWaitMs;    // milliseconds given to the first attempt
+  std::intptr_t handle_;                   // the open file or device; the platform's invalid value means unusable
+  uint32_t firstWait_ = kFirstWaitMs;      // milliseconds given to the first attempt
   uint32_t longestWait_ = kLongestWaitMs;  // upper bound of the doubling wait
-  Api* api_;                             // the calls it makes
+  Api* api_;                               // the calls it makes
 };
 
 }  // namespace io

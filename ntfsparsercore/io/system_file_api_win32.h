@@ -15,11 +15,10 @@ class SystemFile::Api {
   static Api& Default();
 
   virtual ~Api() = default;
-  virtual HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                             DWORD disposition, DWORD flags, HANDLE templateFile);
+  virtual HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
+                             DWORD flags, HANDLE templateFile);
   virtual DWORD GetLastError();
-  virtual HANDLE CreateEventA(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
-                              LPCSTR name);
+  virtual HANDLE CreateEventA(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCSTR name);
   virtual BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD count, LPOVERLAPPED overlapped);
   virtual DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
   virtual BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD count, BOOL wait);
@@ -27,8 +26,8 @@ class SystemFile::Api {
   virtual BOOL ResetEvent(HANDLE event);
   virtual BOOL CloseHandle(HANDLE handle);
   virtual BOOL GetFileSizeEx(HANDLE file, PLARGE_INTEGER size);
-  virtual BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out,
-                               DWORD outSize, LPDWORD returned, LPOVERLAPPED overlapped);
+  virtual BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
+                               LPDWORD returned, LPOVERLAPPED overlapped);
 };
 
 }  // namespace io

@@ -61,8 +61,7 @@ uint64_t SystemFile::ReadOnce(void* buffer, uint64_t size, uint64_t offset, uint
     // Offsets past what off_t holds cannot be read.
     if (offset + count > static_cast<uint64_t>(INT64_MAX)) break;
     std::size_t chunk = static_cast<std::size_t>(std::min<uint64_t>(size - count, 1u << 30));
-    ssize_t got = api_->Pread(static_cast<int>(handle_), out + count, chunk,
-                              static_cast<off_t>(offset + count));
+    ssize_t got = api_->Pread(static_cast<int>(handle_), out + count, chunk, static_cast<off_t>(offset + count));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
     count += static_cast<uint64_t>(got);

@@ -39,8 +39,7 @@ HANDLE SystemFile::Api::CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSE
   return ::CreateFileA(name, access, share, security, disposition, flags, templateFile);
 }
 DWORD SystemFile::Api::GetLastError() { return ::GetLastError(); }
-HANDLE SystemFile::Api::CreateEventA(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
-                                     LPCSTR name) {
+HANDLE SystemFile::Api::CreateEventA(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCSTR name) {
   return ::CreateEventA(security, manualReset, initialState, name);
 }
 BOOL SystemFile::Api::ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD count, LPOVERLAPPED overlapped) {
@@ -56,16 +55,16 @@ BOOL SystemFile::Api::CancelIo(HANDLE file) { return ::CancelIo(file); }
 BOOL SystemFile::Api::ResetEvent(HANDLE event) { return ::ResetEvent(event); }
 BOOL SystemFile::Api::CloseHandle(HANDLE handle) { return ::CloseHandle(handle); }
 BOOL SystemFile::Api::GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) { return ::GetFileSizeEx(file, size); }
-BOOL SystemFile::Api::DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out,
-                                      DWORD outSize, LPDWORD returned, LPOVERLAPPED overlapped) {
+BOOL SystemFile::Api::DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize,
+                                      LPDWORD returned, LPOVERLAPPED overlapped) {
   return ::DeviceIoControl(device, code, in, inSize, out, outSize, returned, overlapped);
 }
 
 SystemFile* SystemFile::Open(const char* path) { return Open(path, Api::Default()); }
 
 SystemFile* SystemFile::Open(const char* path, Api& api) {
-  HANDLE handle = api.CreateFileA(path, kGenericRead, kShareReadWrite, nullptr, kOpenExisting,
-                                  kFlagOverlapped, nullptr);
+  HANDLE handle =
+      api.CreateFileA(path, kGenericRead, kShareReadWrite, nullptr, kOpenExisting, kFlagOverlapped, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     ReportError(kErrorIo, "Open file(%s) failed - %d.", path, static_cast<int>(api.GetLastError()));
     return nullptr;
@@ -114,8 +113,7 @@ uint64_t SystemFile::GetSize() {
   if (api_->GetFileSizeEx(file, &size)) return static_cast<uint64_t>(size.QuadPart);
   uint8_t info[kPartitionInfoSize] = {};
   DWORD returned = 0;
-  if (!api_->DeviceIoControl(file, kGetPartitionInfoEx, nullptr, 0, info, kPartitionInfoSize, &returned,
-                             nullptr)) {
+  if (!api_->DeviceIoControl(file, kGetPartitionInfoEx, nullptr, 0, info, kPartitionInfoSize, &returned, nullptr)) {
     return 0;
   }
   return LoadLe64(info + kPartitionLengthOffset);

@@ -11,7 +11,7 @@
 static int passed = 0;
 static int failed = 0;
 
-static void check(int ok, const char *what) {
+static void check(int ok, const char* what) {
   printf("%s: %s\n", ok ? "ok" : "FAILED", what);
   if (ok) {
     ++passed;

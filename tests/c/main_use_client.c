@@ -19,7 +19,7 @@
 static int passed = 0;
 static int failed = 0;
 
-static void check(int ok, const char *what) {
+static void check(int ok, const char* what) {
   printf("%s: %s\n", ok ? "ok" : "FAILED", what);
   if (ok) {
     ++passed;
@@ -28,9 +28,9 @@ static void check(int ok, const char *what) {
   }
 }
 
-static int bit_is_set(const unsigned char *bitmap, uint64_t index) { return (bitmap[index / 8] >> (index % 8)) & 1; }
+static int bit_is_set(const unsigned char* bitmap, uint64_t index) { return (bitmap[index / 8] >> (index % 8)) & 1; }
 
-static uint64_t count_bits(const unsigned char *bitmap, uint64_t size) {
+static uint64_t count_bits(const unsigned char* bitmap, uint64_t size) {
   uint64_t i;
   uint64_t bits = 0;
   for (i = 0; i < size * 8; ++i) bits += (uint64_t)bit_is_set(bitmap, i);
@@ -38,13 +38,13 @@ static uint64_t count_bits(const unsigned char *bitmap, uint64_t size) {
 }
 
 /* FILE's change map: the size query, a short buffer, the map, a missing path. */
-static void check_change_map(TolvarHandle handle, const char *file) {
+static void check_change_map(TolvarHandle handle, const char* file) {
   uint64_t size = 0;
   uint64_t room;
-  unsigned char *map;
+  unsigned char* map;
   check(GetFileChangesMap(handle, file, NULL, &size) == TOLVAR_SIZE_RETURNED && size > 0,
         "GetFileChangesMap answers the size query");
-  map = (unsigned char *)malloc((size_t)size + 1);
+  map = (unsigned char*)malloc((size_t)size + 1);
   room = size - 1;
   check(GetFileChangesMap(handle, file, map, &room) == TOLVAR_E_FAILED && room == size - 1,
         "GetFileChangesMap refuses a buffer one byte short");
@@ -57,17 +57,17 @@ static void check_change_map(TolvarHandle handle, const char *file) {
 }
 
 /* Excludes FILE into a second handle, which walks its bits from block 0. */
-static void check_exclusion(TolvarHandle handle, const char *file, uint64_t block_size, uint64_t bits_before) {
-  const char *paths[2];
-  const char *with_missing[3];
+static void check_exclusion(TolvarHandle handle, const char* file, uint64_t block_size, uint64_t bits_before) {
+  const char* paths[2];
+  const char* with_missing[3];
   TolvarHandle excluded = NULL;
   uint64_t size = 0;
   uint64_t other_size = 0;
   uint64_t served = 0;
   uint64_t index = 0;
-  unsigned char *bitmap;
-  unsigned char *source_bitmap;
-  unsigned char *block;
+  unsigned char* bitmap;
+  unsigned char* source_bitmap;
+  unsigned char* block;
   int status;
 
   with_missing[0] = file;
@@ -83,16 +83,15 @@ static void check_exclusion(TolvarHandle handle, const char *file, uint64_t bloc
   if (status != TOLVAR_OK) return;
 
   GetDiffBitmap(excluded, NULL, &size);
-  bitmap = (unsigned char *)malloc((size_t)size);
+  bitmap = (unsigned char*)malloc((size_t)size);
   GetDiffBitmap(excluded, bitmap, &size);
   GetDiffBitmap(handle, NULL, &other_size);
-  source_bitmap = (unsigned char *)malloc((size_t)other_size);
+  source_bitmap = (unsigned char*)malloc((size_t)other_size);
   GetDiffBitmap(handle, source_bitmap, &other_size);
-  check(size == other_size && memcmp(bitmap, source_bitmap, (size_t)size) == 0,
-        "both handles show the reduced bitmap");
+  check(size == other_size && memcmp(bitmap, source_bitmap, (size_t)size) == 0, "both handles show the reduced bitmap");
   check(count_bits(bitmap, size) <= bits_before, "the reduced bitmap has no new bits");
 
-  block = (unsigned char *)malloc((size_t)block_size);
+  block = (unsigned char*)malloc((size_t)block_size);
   for (;;) {
     uint64_t room = block_size;
     status = GetBlock(excluded, block, &room, &index, 0);
@@ -108,7 +107,7 @@ static void check_exclusion(TolvarHandle handle, const char *file, uint64_t bloc
   free(bitmap);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   const uint64_t block_size = 65536;
   TolvarHandle handle = NULL;
   uint64_t size = 0;
@@ -119,8 +118,8 @@ int main(int argc, char **argv) {
   uint64_t index = 0;
   int in_order = 1;
   int status;
-  unsigned char *bitmap;
-  unsigned char *block;
+  unsigned char* bitmap;
+  unsigned char* block;
   uint32_t code = 0;
   char message[256];
   int records = 0;
@@ -139,13 +138,13 @@ int main(int argc, char **argv) {
   }
 
   check(GetDiffBitmap(handle, NULL, &size) == TOLVAR_SIZE_RETURNED && size > 0, "GetDiffBitmap answers the size query");
-  bitmap = (unsigned char *)malloc((size_t)size);
+  bitmap = (unsigned char*)malloc((size_t)size);
   short_size = size - 1;
   check(GetDiffBitmap(handle, bitmap, &short_size) == TOLVAR_E_FAILED && short_size == size - 1,
         "GetDiffBitmap refuses a buffer one byte short and leaves the size");
   check(GetDiffBitmap(handle, bitmap, &size) == TOLVAR_OK, "GetDiffBitmap copies the bitmap");
 
-  block = (unsigned char *)malloc((size_t)block_size);
+  block = (unsigned char*)malloc((size_t)block_size);
   short_size = block_size / 2;
   check(GetBlock(handle, block, &short_size, &index, 0) == TOLVAR_E_BLOCK && short_size == block_size,
         "GetBlock with a short buffer asks for the block size");

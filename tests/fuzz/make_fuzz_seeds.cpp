@@ -60,10 +60,10 @@ namespace vss = tolvartest::vss;
 using tolvarfuzz::SparseVolumeInput;
 
 constexpr uint64_t kStoreVolumeSize = 16 * vss::kMiB;
-constexpr uint64_t kOldDataBase = 12 * vss::kMiB;     // where the old contents of changed blocks sit
-constexpr uint32_t kForwarder = 1;                    // block-list entry flag
-constexpr uint64_t kNtfsLimit = uint64_t{1} << 32;    // the NTFS target's largest volume
-constexpr uint64_t kStoreLimit = 16 * vss::kMiB;      // the store and file targets' largest volume
+constexpr uint64_t kOldDataBase = 12 * vss::kMiB;   // where the old contents of changed blocks sit
+constexpr uint32_t kForwarder = 1;                  // block-list entry flag
+constexpr uint64_t kNtfsLimit = uint64_t{1} << 32;  // the NTFS target's largest volume
+constexpr uint64_t kStoreLimit = 16 * vss::kMiB;    // the store and file targets' largest volume
 
 void Write(const std::string& path, const std::vector<uint8_t>& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -126,8 +126,8 @@ void BuiltVolumes(const std::string& dir) {
   NtfsImageBuilder builder;
   builder.SetRoot({tolvartest::IndexEntryBytes(16, 0x00)});
   builder.AddFile(16, "a.txt", {tolvartest::ResidentData(1, {'h', 'e', 'l', 'l', 'o'})});
-  auto recording = std::make_shared<tolvarfuzz::RecordingSource>(
-      std::make_shared<tolvartest::MemorySource>(builder.Image()));
+  auto recording =
+      std::make_shared<tolvarfuzz::RecordingSource>(std::make_shared<tolvartest::MemorySource>(builder.Image()));
   tolvarfuzz::NtfsWorkload::Run(recording);
   Write(dir + "/built-volume", SparseVolumeInput::Encode(*recording->Touched(kNtfsLimit)));
 }
@@ -154,19 +154,22 @@ void WriteImage(const std::string& path, const tolvartest::Bytes& image) {
 // has an allocation block, a file in it.
 void SmallVolumes(const std::string& dir) {
   using namespace tolvartest;
-  constexpr uint64_t kDataCluster = 20;   // first cluster after the MFT
+  constexpr uint64_t kDataCluster = 20;  // first cluster after the MFT
   constexpr uint64_t kIndexCluster = 22;
   NtfsImageBuilder builder;
   builder.SetRoot({IndexEntryBytes(16, 0x00), IndexEntryBytes(17, 0x00), IndexEntryBytes(18, 0x00)});
   builder.AddFile(16, "a.txt", {ResidentData(1, {'h', 'e', 'l', 'l', 'o'})});
-  builder.AddFile(17, "b.bin", {NonResidentAttribute(0x80, 1, 0, 1, 6000, {{2, static_cast<int64_t>(kDataCluster), 1, 1}})});
+  builder.AddFile(17, "b.bin",
+                  {NonResidentAttribute(0x80, 1, 0, 1, 6000, {{2, static_cast<int64_t>(kDataCluster), 1, 1}})});
   builder.PutCluster(kDataCluster, Bytes(4096, 0x5a));
   builder.PutCluster(kDataCluster + 1, Bytes(1904, 0xa5));
   Bytes rootOfDir = IndexRootAttribute(1, 4096, {IndexEntryBytes(0, 0x03, 0)});
-  Bytes allocation = NonResidentAttribute(0xA0, 2, 0, 0, 4096, {{1, static_cast<int64_t>(kIndexCluster), 1, 1}}, "$I30");
+  Bytes allocation =
+      NonResidentAttribute(0xA0, 2, 0, 0, 4096, {{1, static_cast<int64_t>(kIndexCluster), 1, 1}}, "$I30");
   builder.AddFile(18, "d", {rootOfDir, allocation}, NtfsImageBuilder::kRootRecord, 1, 0x0003);
   builder.AddFile(19, "inner", {ResidentData(1, {'x'})}, 18);
-  builder.PutCluster(kIndexCluster, IndexBlockBytes(4096, 512, 0, {IndexEntryBytes(19, 0x00), IndexEntryBytes(0, 0x02)}));
+  builder.PutCluster(kIndexCluster,
+                     IndexBlockBytes(4096, 512, 0, {IndexEntryBytes(19, 0x00), IndexEntryBytes(0, 0x02)}));
   WriteImage(dir + "/files-and-directory", builder.Image());
 
   // A file whose data lies in two extension records that its attribute list
@@ -177,8 +180,8 @@ void SmallVolumes(const std::string& dir) {
   NtfsImageBuilder listed;
   listed.SetRoot({IndexEntryBytes(kListedRecord, 0x00), IndexEntryBytes(23, 0x00)});
   Bytes list;
-  for (const Bytes& entry : {AttributeListEntryBytes(0x30, 0, kListedRecord, 4), AttributeListEntryBytes(0x80, 2, 22, 7),
-                             AttributeListEntryBytes(0x80, 0, 21, 7)}) {
+  for (const Bytes& entry : {AttributeListEntryBytes(0x30, 0, kListedRecord, 4),
+                             AttributeListEntryBytes(0x80, 2, 22, 7), AttributeListEntryBytes(0x80, 0, 21, 7)}) {
     PutBytes(&list, list.size(), entry);
   }
   AttributeFields listAttribute;
@@ -244,8 +247,8 @@ tolvartest::Bytes CompressedAndSparseVolume(bool newer) {
   NtfsImageBuilder builder;
   // Path lookup starts from the root's own entry, ".".
   builder.SetRoot({IndexEntryBytes(NtfsImageBuilder::kRootRecord, 0x00), IndexEntryBytes(kCompressedRecord, 0x00),
-                   IndexEntryBytes(kSparseRecord, 0x00),
-                   IndexEntryBytes(kDirectoryRecord, 0x00), IndexEntryBytes(kResidentRecord, 0x00)});
+                   IndexEntryBytes(kSparseRecord, 0x00), IndexEntryBytes(kDirectoryRecord, 0x00),
+                   IndexEntryBytes(kResidentRecord, 0x00)});
 
   AttributeFields compressed;
   compressed.type = 0x80;
@@ -257,8 +260,8 @@ tolvartest::Bytes CompressedAndSparseVolume(bool newer) {
   compressed.allocatedSize = 32 * 4096;
   compressed.dataSize = compressed.initializedSize = 16 * 4096 + 5000;
   compressed.compressedSize = 3 * 4096;
-  compressed.mappingPairs = MappingPairs({{1, kFirstUnitCluster, 1, 1}, {15, 0, 1, 0},
-                                          {2, secondUnitCluster - kFirstUnitCluster, 1, 1}, {14, 0, 1, 0}});
+  compressed.mappingPairs = MappingPairs(
+      {{1, kFirstUnitCluster, 1, 1}, {15, 0, 1, 0}, {2, secondUnitCluster - kFirstUnitCluster, 1, 1}, {14, 0, 1, 0}});
   builder.AddFile(kCompressedRecord, "c.txt", {AttributeBytes(compressed)});
   builder.PutCluster(kFirstUnitCluster, chunk);
   builder.PutCluster(static_cast<uint64_t>(secondUnitCluster), chunk);
@@ -278,10 +281,11 @@ tolvartest::Bytes CompressedAndSparseVolume(bool newer) {
   builder.PutCluster(kSparseCluster + 2, Bytes(4096, newer ? 0x23 : 0x13));
 
   Bytes rootOfDirectory = IndexRootAttribute(1, 4096, {IndexEntryBytes(0, 0x03, 0)});
-  Bytes allocation = NonResidentAttribute(0xA0, 2, 0, 0, 4096, {{1, static_cast<int64_t>(kIndexCluster), 1, 1}}, "$I30");
+  Bytes allocation =
+      NonResidentAttribute(0xA0, 2, 0, 0, 4096, {{1, static_cast<int64_t>(kIndexCluster), 1, 1}}, "$I30");
   builder.AddFile(kDirectoryRecord, "d", {rootOfDirectory, allocation}, NtfsImageBuilder::kRootRecord, 1, 0x0003);
-  builder.PutCluster(kIndexCluster, IndexBlockBytes(4096, 512, 0, {IndexEntryBytes(kInnerRecord, 0x00),
-                                                                  IndexEntryBytes(0, 0x02)}));
+  builder.PutCluster(kIndexCluster,
+                     IndexBlockBytes(4096, 512, 0, {IndexEntryBytes(kInnerRecord, 0x00), IndexEntryBytes(0, 0x02)}));
   builder.AddFile(kInnerRecord, "inner.bin", {NonResidentAttribute(0x80, 1, 0, 1, 6000, {{2, kInnerCluster, 1, 1}})},
                   kDirectoryRecord);
   builder.PutCluster(kInnerCluster, Bytes(4096, 0x31));
@@ -300,8 +304,8 @@ void FileVersions(const std::string& dir) {
   const tolvartest::Bytes older = tolvartest::FileVolumeImages::Build(false);
   const tolvartest::Bytes newer = tolvartest::FileVolumeImages::Build(true);
   WriteVersions(dir + "/files-4k", 0, 0, older, newer);
-  WriteVersions(dir + "/files-64k-inverted-missing", 15, FileChangesInput::kInvertChanges | FileChangesInput::kMissingPath,
-                older, newer);
+  WriteVersions(dir + "/files-64k-inverted-missing", 15,
+                FileChangesInput::kInvertChanges | FileChangesInput::kMissingPath, older, newer);
   const tolvartest::Bytes compressedOlder = CompressedAndSparseVolume(false);
   const tolvartest::Bytes compressedNewer = CompressedAndSparseVolume(true);
   WriteVersions(dir + "/compressed-sparse-4k", 0, 0, compressedOlder, compressedNewer);
@@ -346,7 +350,6 @@ void Units(const std::string& dir) {
   std::vector<uint8_t> ended = {3, 0x02, 0xB0, 0x00, 'x', 'y', 'z', 0, 0};
   Write(dir + "/ended-chunk", ended);
 }
-
 
 // ---------------------------------------------------------------------------
 // Seeds recorded from volume images that the image builder made.
@@ -525,9 +528,9 @@ void FileChangesImages(const std::string& dir, const std::string& olderPath, con
   const std::string name = dir + "/" + BaseName(newerPath);
   Write(name + "-4k", tolvarfuzz::FileChangesInput::Encode(0, 0, *olderTouched, *newerTouched));
   Write(name + "-16k-inverted-missing",
-        tolvarfuzz::FileChangesInput::Encode(3, tolvarfuzz::FileChangesInput::kInvertChanges |
-                                                    tolvarfuzz::FileChangesInput::kMissingPath,
-                                             *olderTouched, *newerTouched));
+        tolvarfuzz::FileChangesInput::Encode(
+            3, tolvarfuzz::FileChangesInput::kInvertChanges | tolvarfuzz::FileChangesInput::kMissingPath, *olderTouched,
+            *newerTouched));
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ namespace tolvarfuzz {
 class NtfsWorkload {
  public:
   static constexpr uint64_t kCacheBytes = 1 << 20;
-  static constexpr uint64_t kRecordsWalked = 40;      // the system files and the first user files
+  static constexpr uint64_t kRecordsWalked = 40;  // the system files and the first user files
   static constexpr uint64_t kRootRecord = 5;
   static constexpr std::size_t kEntriesFollowed = 16;  // of each directory listed
   static constexpr uint64_t kReadLimit = 16 * 1024;    // bytes read of each stream

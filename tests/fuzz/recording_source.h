@@ -41,7 +41,7 @@ class RecordingSource : public ntfsparsercore::io::ISource {
  private:
   static constexpr uint64_t kChunk = tolvartest::SparseSource::kChunk;
   std::shared_ptr<ntfsparsercore::io::ISource> inner_;  // the bytes read
-  std::set<uint64_t> touched_;                           // chunk numbers read from
+  std::set<uint64_t> touched_;                          // chunk numbers read from
 };
 
 }  // namespace tolvarfuzz

@@ -57,7 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::string fromId = tolvartest::vss::Id(kFromNumber).ToString();
   static const std::string toId = tolvartest::vss::Id(kToNumber).ToString();
   TolvarHandle handle = nullptr;
-  int32_t status = Init(&handle, tolvarfuzz::VolumeFile::Path().c_str(), fromId.c_str(), toId.c_str(), blockSize, flags);
+  int32_t status =
+      Init(&handle, tolvarfuzz::VolumeFile::Path().c_str(), fromId.c_str(), toId.c_str(), blockSize, flags);
   if (FileExportsWorkload::Tracing()) std::fprintf(stderr, "Init: %d\n", status);
   if (status == TOLVAR_OK) {
     FileExportsWorkload::Run(static_cast<TrackingHandle*>(handle), blockSize, missingPath);

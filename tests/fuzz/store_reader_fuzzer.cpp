@@ -23,10 +23,10 @@
 
 namespace {
 
-constexpr uint64_t kMaxUnits = 4096;             // 16 MiB volumes
-constexpr uint64_t kStoreBlockSize = 16384;      // one bit of a store bitmap
-constexpr uint64_t kBlocksRead = 64;             // of each shadow copy
-constexpr uint64_t kReadSize = 6000;             // not a block multiple: reads straddle blocks
+constexpr uint64_t kMaxUnits = 4096;         // 16 MiB volumes
+constexpr uint64_t kStoreBlockSize = 16384;  // one bit of a store bitmap
+constexpr uint64_t kBlocksRead = 64;         // of each shadow copy
+constexpr uint64_t kReadSize = 6000;         // not a block multiple: reads straddle blocks
 
 using tolvarcore::BitMap;
 using tolvarcore::vss::VssVolume;

@@ -29,7 +29,7 @@ BenchHandle::BenchHandle(const std::string& path, uint64_t volumeSize, uint64_t 
   const uint64_t blocks = volumeSize / blockSize;
   changed_ = std::make_shared<tolvarcore::BitMap>((blocks + 7) / 8);
   // Past the last block the step ends the loop rather than wrapping round.
-  for (uint64_t b = 0; b < blocks; b = changedEvery > blocks - b ? blocks : b + changedEvery) changed_->Set(b);
+  for (uint64_t b = 0; b<blocks; b = changedEvery> blocks - b ? blocks : b + changedEvery) changed_->Set(b);
   auto processor = std::make_unique<GivenResultProcessor>(blockSize, 0);
   processor->SetResult(changed_, std::make_shared<tolvarcore::BitMap>(changed_->SizeInBytes()), OpenDevice(path),
                        OpenDevice(path));

@@ -30,7 +30,7 @@ class BenchHandle {
   const std::shared_ptr<tolvarcore::BitMap>& Changed() const { return changed_; }
 
  private:
-  TrackingHandle* handle_;                     // owned; freed with FreeHandle
+  TrackingHandle* handle_;                       // owned; freed with FreeHandle
   std::shared_ptr<tolvarcore::BitMap> changed_;  // the changed-block bitmap, shared with the handle
 };
 

@@ -144,9 +144,9 @@ Bytes NonResidentRecord(uint32_t type, uint16_t id, const std::string& name, uin
 // The runs cut into pieces whose mapping pairs fit in one attribute
 // record; each piece's LCNs are counted from 0, as every record's are.
 struct Piece {
-  uint64_t startVcn = 0;     // first VCN the piece maps
-  uint64_t clusters = 0;     // clusters it maps
-  std::vector<Pair> pairs;   // its mapping pairs
+  uint64_t startVcn = 0;    // first VCN the piece maps
+  uint64_t clusters = 0;    // clusters it maps
+  std::vector<Pair> pairs;  // its mapping pairs
 };
 
 std::vector<Piece> CutIntoPieces(const std::vector<ClusterRun>& runs) {
@@ -371,7 +371,8 @@ uint64_t BenchVolume::WriteDirectory(const std::string& name, uint64_t childCoun
   record.flags = kFlagsDirectory;
   record.attributes.push_back(FileNameAttribute(1, kRootRecord, name, kWin32Namespace));
   std::vector<Bytes> rootEntries;
-  for (const IndexItem& item : rootItems) rootEntries.push_back(KeyedEntry(item.record, directory, item.name, item.child));
+  for (const IndexItem& item : rootItems)
+    rootEntries.push_back(KeyedEntry(item.record, directory, item.name, item.child));
   rootEntries.push_back(EndEntry(rootChild));
   record.attributes.push_back(IndexRootAttribute(2, kIndexBlockSize, rootEntries));
 
@@ -397,13 +398,14 @@ uint64_t BenchVolume::WriteDirectory(const std::string& name, uint64_t childCoun
   }
   WriteRecord(directory, CheckedRecord(record));
   // The last child in index order: its lookup reads every child record.
-  for (const IndexItem& child : children) target->reads.push_back(MetadataPiece{RecordOffset(child.record), kRecordSize});
+  for (const IndexItem& child : children)
+    target->reads.push_back(MetadataPiece{RecordOffset(child.record), kRecordSize});
   target->path = "/" + name + "/" + (children.empty() ? std::string() : children.back().name);
   return directory;
 }
 
 std::vector<BenchVolume::IndexItem> BenchVolume::WriteIndexTree(uint64_t directory, std::vector<IndexItem> level,
-                                                                 int64_t* rootChild, std::vector<Bytes>* blocks) {
+                                                                int64_t* rootChild, std::vector<Bytes>* blocks) {
   // Each pass packs a level into blocks of kEntriesPerBlock entries and
   // lifts the entry after each block to the level above, pointing to it;
   // the last block of a level hangs off the end entry above.
@@ -452,7 +454,8 @@ uint64_t BenchVolume::WriteFileDirectory(const std::string& name, const std::vec
   AddRootChildReads(target, rootIndex);
   WriteNonResidentFile(file, directory, "file.bin", runs, fileSize, target);
   target->path = "/" + name + "/file.bin";
-  for (const ClusterRun& run : runs) target->extents.push_back(MetadataPiece{run.lcn * kClusterSize, run.clusters * kClusterSize});
+  for (const ClusterRun& run : runs)
+    target->extents.push_back(MetadataPiece{run.lcn * kClusterSize, run.clusters * kClusterSize});
   return directory;
 }
 
@@ -478,9 +481,8 @@ void BenchVolume::WriteNonResidentFile(uint64_t number, uint64_t parent, const s
     const uint64_t extension = AllocateRecord();
     FileRecordFields record;
     record.baseRecord = number;
-    record.attributes.push_back(NonResidentRecord(kDataType, 0, "", piece.startVcn,
-                                                  piece.startVcn + piece.clusters - 1, allocated, fileSize,
-                                                  piece.pairs));
+    record.attributes.push_back(NonResidentRecord(kDataType, 0, "", piece.startVcn, piece.startVcn + piece.clusters - 1,
+                                                  allocated, fileSize, piece.pairs));
     WriteRecord(extension, CheckedRecord(record));
     PutBytes(&list, list.size(), AttributeListEntryBytes(kDataType, piece.startVcn, extension, 0));
     extensionReads.push_back(MetadataPiece{RecordOffset(extension), kRecordSize});

@@ -76,9 +76,9 @@ class BenchVolume {
  private:
   // One entry of a directory index.
   struct IndexItem {
-    uint64_t record;               // file record of the entry
-    std::string name;              // its name, the key
-    int64_t child = -1;            // VCN of the sub-node, or -1
+    uint64_t record;     // file record of the entry
+    std::string name;    // its name, the key
+    int64_t child = -1;  // VCN of the sub-node, or -1
   };
 
   void Write(uint64_t offset, const tolvartest::Bytes& bytes);
@@ -109,13 +109,13 @@ class BenchVolume {
   static constexpr uint64_t kRootRecord = 5;
   static constexpr uint64_t kFirstUserRecord = 16;
 
-  std::string path_;                       // the image file
-  bool hasStore_ = false;                  // a store was written
-  bool keep_ = false;                      // the file outlives the object
-  int fd_ = -1;                            // open for writing while the image is made
-  uint64_t totalClusters_ = 0;             // the volume's size in clusters
-  uint64_t nextCluster_ = 0;               // first cluster not yet handed out
-  uint64_t nextRecord_ = kFirstUserRecord; // first record number not yet handed out
+  std::string path_;                                            // the image file
+  bool hasStore_ = false;                                       // a store was written
+  bool keep_ = false;                                           // the file outlives the object
+  int fd_ = -1;                                                 // open for writing while the image is made
+  uint64_t totalClusters_ = 0;                                  // the volume's size in clusters
+  uint64_t nextCluster_ = 0;                                    // first cluster not yet handed out
+  uint64_t nextRecord_ = kFirstUserRecord;                      // first record number not yet handed out
   std::vector<std::pair<std::string, uint64_t>> rootChildren_;  // the root's entries, in index order
   std::vector<std::pair<uint64_t, BenchTarget>> directories_;   // by directory size
   std::vector<std::pair<uint64_t, BenchTarget>> fragmented_;    // by extent count

@@ -35,9 +35,7 @@ class SystemVssService : public IVssService {
   HRESULT Next(ULONG count, VSS_OBJECT_PROP* elements, ULONG* fetched) override {
     return enumerator_->Next(count, elements, fetched);
   }
-  void FreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) override {
-    VssFreeSnapshotPropertiesInternal(properties);
-  }
+  void FreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) override { VssFreeSnapshotPropertiesInternal(properties); }
   void ReleaseEnumerator() override {
     // Guards a Query that reported success without an enumerator.
     if (enumerator_ != nullptr) enumerator_->Release();

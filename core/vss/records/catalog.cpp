@@ -32,10 +32,9 @@ SnapshotDeclaration SnapshotDeclaration::FromBytes(const uint8_t* body) {
 
 Catalog::Catalog(const std::shared_ptr<VssRecord>& record) {
   ReadEntries(record.get());
-  std::stable_sort(definitions_.begin(), definitions_.end(),
-                   [](const SnapshotDefinition& a, const SnapshotDefinition& b) {
-                     return a.creationOrder < b.creationOrder;
-                   });
+  std::stable_sort(
+      definitions_.begin(), definitions_.end(),
+      [](const SnapshotDefinition& a, const SnapshotDefinition& b) { return a.creationOrder < b.creationOrder; });
 }
 
 Catalog::~Catalog() = default;

@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr uint64_t kCacheLine = 16384;        // the line size the volume provider uses
+constexpr uint64_t kCacheLine = 16384;         // the line size the volume provider uses
 constexpr uint64_t kMftCacheBytes = 52428800;  // the MFT page cache of the change tracker
 
 // Reads the whole file with one Read, as a caller reading a file at once

@@ -65,7 +65,9 @@ class PartitionVolume : public ntfsparsercore::IVolume {
     const int8_t perRecord = static_cast<int8_t>(boot[kClustersPerRecordOffset]);
     recordSize_ = perRecord > 0 ? perRecord * clusterSize_ : uint64_t{1} << -perRecord;
   }
-  uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override { return disk_->Read(buffer, size, start_ + offset); }
+  uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override {
+    return disk_->Read(buffer, size, start_ + offset);
+  }
   uint64_t GetSize() override { return disk_->GetSize() - start_; }
   uint32_t GetSectorSize() override { return sectorSize_; }
   uint64_t GetClusterSize() override { return clusterSize_; }
@@ -85,7 +87,8 @@ class PartitionVolume : public ntfsparsercore::IVolume {
 class RecordBytes : public ISource {
  public:
   RecordBytes(PartitionVolume* volume, uint64_t offset, uint64_t size)
-      : usn_(volume, std::shared_ptr<ISource>(volume, [](ISource*) {}), offset, UsnController::kFileMagic), size_(size) {}
+      : usn_(volume, std::shared_ptr<ISource>(volume, [](ISource*) {}), offset, UsnController::kFileMagic),
+        size_(size) {}
   uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override {
     if (offset >= size_) return 0;
     return usn_.Read(buffer, std::min(size, size_ - offset), offset);
@@ -171,8 +174,10 @@ int ListIndex(PartitionVolume& volume, const std::shared_ptr<RecordBytes>& recor
 int main(int argc, char** argv) {
   const bool index = argc == 5 && std::strcmp(argv[1], "--index") == 0;
   if (argc != 5) {
-    std::fprintf(stderr, "usage: %s IMAGE PARTITION_OFFSET RECORD_NUMBER EXPECTED\n"
-                         "       %s --index IMAGE PARTITION_OFFSET RECORD_NUMBER\n", argv[0], argv[0]);
+    std::fprintf(stderr,
+                 "usage: %s IMAGE PARTITION_OFFSET RECORD_NUMBER EXPECTED\n"
+                 "       %s --index IMAGE PARTITION_OFFSET RECORD_NUMBER\n",
+                 argv[0], argv[0]);
     return 2;
   }
   char** args = index ? argv + 1 : argv;
@@ -182,7 +187,7 @@ int main(int argc, char** argv) {
   std::shared_ptr<ISource> disk(sources.Open(args[1]));
   if (!disk) return 2;
   PartitionVolume volume(disk, partition);
-  auto record = std::make_shared<RecordBytes>(&volume, volume.MftOffset() + number * volume.RecordSize(),
-                                              volume.RecordSize());
+  auto record =
+      std::make_shared<RecordBytes>(&volume, volume.MftOffset() + number * volume.RecordSize(), volume.RecordSize());
   return index ? ListIndex(volume, record, number) : CheckData(volume, record, number, args[4]);
 }

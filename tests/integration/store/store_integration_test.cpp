@@ -138,9 +138,7 @@ std::vector<OracleStore> RunOracle() {
 
 class StoreIntegration : public tolvartest::QueueTest {
  protected:
-  static void SetUpTestSuite() {
-    oracle_ = new std::vector<OracleStore>(RunOracle());
-  }
+  static void SetUpTestSuite() { oracle_ = new std::vector<OracleStore>(RunOracle()); }
   static void TearDownTestSuite() {
     delete oracle_;
     oracle_ = nullptr;
@@ -328,8 +326,8 @@ int main(int argc, char** argv) {
     if (arg.rfind("--vshadowinfo=", 0) == 0) g_vshadowinfo = arg.substr(14);
   }
   if (!Exists(g_image)) {
-    std::printf("SKIPPED: no disk image at %s (the archive %s is absent, or was not unpacked)\n",
-                g_image.c_str(), archive.c_str());
+    std::printf("SKIPPED: no disk image at %s (the archive %s is absent, or was not unpacked)\n", g_image.c_str(),
+                archive.c_str());
     return 77;
   }
   if (!IsExecutable(g_vshadowinfo)) {

@@ -42,7 +42,9 @@ constexpr uint64_t kSectorSize = 512;
 const std::string kEndMarker = "Unexpected attribute type was expected(4096), actual(4294967295)";
 
 // The end-of-attributes message of count record walks.
-std::vector<ErrorRecord> EndMarkers(std::size_t count) { return std::vector<ErrorRecord>(count, Record(3, kEndMarker)); }
+std::vector<ErrorRecord> EndMarkers(std::size_t count) {
+  return std::vector<ErrorRecord>(count, Record(3, kEndMarker));
+}
 
 std::string ShadowCopyId(uint32_t n) { return Image::ShadowCopyId(n); }
 
@@ -51,16 +53,16 @@ vss::BuiltStore BuildImage() { return Image::Build(); }
 // What one run of the file exports did: each call's status and the
 // messages it left, oldest first.
 struct FileOutcome {
-  std::string path;                        // the image's temporary path
+  std::string path;  // the image's temporary path
   int32_t initStatus = 0;
   std::vector<ErrorRecord> initMessages;
-  int32_t sizeStatus = 0;                  // GetFileChangesMap with a null buffer
+  int32_t sizeStatus = 0;  // GetFileChangesMap with a null buffer
   uint64_t mapSize = 0;
   std::vector<ErrorRecord> sizeMessages;
-  int32_t mapStatus = 0;                   // GetFileChangesMap into a buffer of that size
+  int32_t mapStatus = 0;  // GetFileChangesMap into a buffer of that size
   std::vector<uint8_t> map;
   std::vector<ErrorRecord> mapMessages;
-  int32_t excludeStatus = 0;               // ExcludeFiles of the same path
+  int32_t excludeStatus = 0;  // ExcludeFiles of the same path
   bool excludedHandle = false;
   std::vector<ErrorRecord> excludeMessages;
 };
@@ -75,8 +77,8 @@ class DamagedMft : public tolvartest::QueueTest {
     FileOutcome outcome;
     outcome.path = file.Path();
     TolvarHandle handle = nullptr;
-    outcome.initStatus = Init(&handle, file.Path().c_str(), ShadowCopyId(1).c_str(), ShadowCopyId(2).c_str(),
-                              kBlockSize, kFlags);
+    outcome.initStatus =
+        Init(&handle, file.Path().c_str(), ShadowCopyId(1).c_str(), ShadowCopyId(2).c_str(), kBlockSize, kFlags);
     outcome.initMessages = DrainErrors();
     if (outcome.initStatus != TOLVAR_OK) return outcome;
     outcome.sizeStatus = GetFileChangesMap(handle, path.c_str(), nullptr, &outcome.mapSize);
@@ -188,7 +190,8 @@ TEST_F(DamagedMft, ImageCutShortInsideTheMft) {
   EXPECT_EQ(outcome.sizeStatus, TOLVAR_E_NOT_FOUND);
   EXPECT_EQ(outcome.sizeMessages,
             Join({EndMarkers(2 * kViewWalks + 4),
-                  {Record(1, "Failed read cluster, position " + std::to_string(kMftOffset + kA * kRecordSize / kCluster * kCluster)),
+                  {Record(1, "Failed read cluster, position " +
+                                 std::to_string(kMftOffset + kA * kRecordSize / kCluster * kCluster)),
                    Record(1, "Failed read cluster, position " + std::to_string(kA * kRecordSize))},
                   UnloadedRecord(),
                   StaleRecord(),
@@ -215,11 +218,12 @@ TEST_F(DamagedMft, MftRecordZeroWithABadSignature) {
   // root's page cannot be loaded, and the root is not in use.
   const std::string actual = "1481394502";  // "FILX"
   EXPECT_EQ(outcome.sizeStatus, TOLVAR_E_NOT_FOUND);
-  EXPECT_EQ(outcome.sizeMessages,
-            Join({RecordOfType(actual), RecordOfType(actual),
-                  {Record(1, "Failed read cluster, position " +
-                                 std::to_string(NtfsImageBuilder::kRootRecord * kRecordSize))},
-                  UnloadedRecord()}));
+  EXPECT_EQ(
+      outcome.sizeMessages,
+      Join({RecordOfType(actual),
+            RecordOfType(actual),
+            {Record(1, "Failed read cluster, position " + std::to_string(NtfsImageBuilder::kRootRecord * kRecordSize))},
+            UnloadedRecord()}));
   ExpectLaterCallsFindAStaleRoot(outcome);
 }
 
@@ -238,13 +242,13 @@ TEST_F(DamagedMft, MftRecordZeroWithoutItsFixUpArray) {
   const uint64_t runCluster = (uint64_t{0x0A0B} << 32) | Image::kMftCluster;
   const uint64_t rootPage = NtfsImageBuilder::kRootRecord * kRecordSize / kCluster * kCluster;
   EXPECT_EQ(outcome.sizeStatus, TOLVAR_E_NOT_FOUND);
-  EXPECT_EQ(outcome.sizeMessages,
-            Join({EndMarkers(2 * kViewWalks),
-                  {Record(1, "Failed read cluster, position " +
-                                 std::to_string(static_cast<uint32_t>(runCluster * kCluster + rootPage))),
-                   Record(1, "Failed read cluster, position " +
-                                 std::to_string(NtfsImageBuilder::kRootRecord * kRecordSize))},
-                  UnloadedRecord()}));
+  EXPECT_EQ(
+      outcome.sizeMessages,
+      Join({EndMarkers(2 * kViewWalks),
+            {Record(1, "Failed read cluster, position " +
+                           std::to_string(static_cast<uint32_t>(runCluster * kCluster + rootPage))),
+             Record(1, "Failed read cluster, position " + std::to_string(NtfsImageBuilder::kRootRecord * kRecordSize))},
+            UnloadedRecord()}));
   ExpectLaterCallsFindAStaleRoot(outcome);
 }
 

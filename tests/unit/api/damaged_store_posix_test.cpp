@@ -30,10 +30,10 @@ using tolvartest::vss::StoreSpec;
 constexpr uint32_t kFlags = TOLVAR_OPTION_ERROR_QUEUE;
 constexpr uint64_t kBlockSize = 16384;
 constexpr uint64_t kPageHeaderSize = 128;
-constexpr uint64_t kEntrySize = 128;           // one catalog entry
-constexpr uint64_t kDescriptorSize = 32;       // one block-list entry
-constexpr uint64_t kOwnOffsetField = 32;       // page header: the page's own offset
-constexpr uint64_t kNextOffsetField = 40;      // page header: offset of the next page
+constexpr uint64_t kEntrySize = 128;                  // one catalog entry
+constexpr uint64_t kDescriptorSize = 32;              // one block-list entry
+constexpr uint64_t kOwnOffsetField = 32;              // page header: the page's own offset
+constexpr uint64_t kNextOffsetField = 40;             // page header: offset of the next page
 constexpr uint64_t kDefinitionVolumeSizeField = 8;    // catalog definition: volume size
 constexpr uint64_t kDeclarationIndexField = 8;        // catalog declaration: block-list offset
 constexpr uint64_t kDeclarationBitmapField = 8 + 40;  // catalog declaration: bitmap offset
@@ -66,8 +66,8 @@ class DamagedStore : public tolvartest::QueueTest {
     TolvarHandle handle = nullptr;
     Outcome outcome;
     outcome.path = file.Path();
-    outcome.status = Init(&handle, file.Path().c_str(), ShadowCopyId(1).c_str(), ShadowCopyId(2).c_str(), kBlockSize,
-                          kFlags);
+    outcome.status =
+        Init(&handle, file.Path().c_str(), ShadowCopyId(1).c_str(), ShadowCopyId(2).c_str(), kBlockSize, kFlags);
     outcome.messages = DrainErrors();
     FreeHandle(handle);
     return outcome;
@@ -84,12 +84,10 @@ TEST_F(DamagedStore, ImageCutShortInsideTheVolumeHeader) {
   BuiltStore built = BuildStore(TwoSnapshots());
   Outcome outcome = InitOn(*built.source, tolvartest::vss::kVolumeHeaderOffset + 48);
   EXPECT_EQ(outcome.status, TOLVAR_E_FAILED);
-  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
-                                  Record(1, "Failed read cluster, position 7680"),
-                                  Record(1, "Failed to read vss volume header"),
-                                  Record(12, "Invalid storage with empty guid"),
-                                  Record(1, "Can't open volume " + outcome.path)
-                              }));
+  EXPECT_EQ(outcome.messages,
+            (std::vector<ErrorRecord>{
+                Record(1, "Failed read cluster, position 7680"), Record(1, "Failed to read vss volume header"),
+                Record(12, "Invalid storage with empty guid"), Record(1, "Can't open volume " + outcome.path)}));
 }
 
 TEST_F(DamagedStore, ImageCutShortInsideTheCatalog) {
@@ -98,16 +96,13 @@ TEST_F(DamagedStore, ImageCutShortInsideTheCatalog) {
   // second snapshot's definition is cut in its body.
   Outcome outcome = InitOn(*built.source, built.catalogOffset + kPageHeaderSize + 2 * kEntrySize + 20);
   EXPECT_EQ(outcome.status, TOLVAR_E_FAILED);
-  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
-                                  Record(1, "Failed read cluster, position " + std::to_string(built.catalogOffset)),
-                                  Record(1, "Failed to read vss record header"),
-                                  Record(12, "Can't find last page."),
-                                  Record(1, "Failed to read snapshot"),
-                                  Record(12, "Snapshot guid is empty"),
-                                  Record(12, "Empty snapshot internal guid"),
-                                  Record(13, "Failed build snapshot sequence. Start snapshot not find"),
-                                  Record(12, "Failed to get snapshot sequence")
-                              }));
+  EXPECT_EQ(outcome.messages,
+            (std::vector<ErrorRecord>{Record(1, "Failed read cluster, position " + std::to_string(built.catalogOffset)),
+                                      Record(1, "Failed to read vss record header"),
+                                      Record(12, "Can't find last page."), Record(1, "Failed to read snapshot"),
+                                      Record(12, "Snapshot guid is empty"), Record(12, "Empty snapshot internal guid"),
+                                      Record(13, "Failed build snapshot sequence. Start snapshot not find"),
+                                      Record(12, "Failed to get snapshot sequence")}));
 }
 
 TEST_F(DamagedStore, ImageCutShortInsideABlockList) {
@@ -124,12 +119,10 @@ TEST_F(DamagedStore, ImageCutShortInsideABlockList) {
   PutLe64(*built.source, declaration + kDeclarationIndexField, moved);
   Outcome outcome = InitOn(*built.source, moved + kPageHeaderSize + kDescriptorSize + 16);
   EXPECT_EQ(outcome.status, TOLVAR_OK);
-  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
-                                  Record(1, "Failed read cluster, position " + std::to_string(moved)),
-                                  Record(1, "Failed to read vss record header"),
-                                  Record(12, "Can't find last page."),
-                                  Record(1, "Failed to read index record")
-                              }));
+  EXPECT_EQ(outcome.messages,
+            (std::vector<ErrorRecord>{Record(1, "Failed read cluster, position " + std::to_string(moved)),
+                                      Record(1, "Failed to read vss record header"),
+                                      Record(12, "Can't find last page."), Record(1, "Failed to read index record")}));
 }
 
 TEST_F(DamagedStore, ZeroedCatalogPage) {
@@ -137,16 +130,15 @@ TEST_F(DamagedStore, ZeroedCatalogPage) {
   built.source->Write(built.catalogOffset, std::vector<uint8_t>(tolvartest::vss::kPageSize, 0));
   Outcome outcome = InitOn(*built.source);
   EXPECT_EQ(outcome.status, TOLVAR_E_FAILED);
-  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
-                                  Record(12, "Unexpected vss record native offset. Actual(" + std::to_string(built.catalogOffset) + "), was expected(0)"),
-                                  Record(12, "Can't find last page."),
-                                  Record(1, "Failed to read snapshot"),
-                                  Record(12, "Unexpected vss record native offset. Actual(" + std::to_string(built.catalogOffset) + "), was expected(0)"),
-                                  Record(12, "Can't find last page."),
-                                  Record(1, "Failed to read snapshot"),
-                                  Record(13, "Failed build snapshot sequence. Start snapshot not find"),
-                                  Record(12, "Failed to get snapshot sequence")
-                              }));
+  EXPECT_EQ(outcome.messages,
+            (std::vector<ErrorRecord>{Record(12, "Unexpected vss record native offset. Actual(" +
+                                                     std::to_string(built.catalogOffset) + "), was expected(0)"),
+                                      Record(12, "Can't find last page."), Record(1, "Failed to read snapshot"),
+                                      Record(12, "Unexpected vss record native offset. Actual(" +
+                                                     std::to_string(built.catalogOffset) + "), was expected(0)"),
+                                      Record(12, "Can't find last page."), Record(1, "Failed to read snapshot"),
+                                      Record(13, "Failed build snapshot sequence. Start snapshot not find"),
+                                      Record(12, "Failed to get snapshot sequence")}));
 }
 
 TEST_F(DamagedStore, BlockListWhosePageChainLoopsBackToItself) {
@@ -154,10 +146,8 @@ TEST_F(DamagedStore, BlockListWhosePageChainLoopsBackToItself) {
   PutLe64(*built.source, built.offsets[0].index + kNextOffsetField, built.offsets[0].index);
   Outcome outcome = InitOn(*built.source);
   EXPECT_EQ(outcome.status, TOLVAR_OK);
-  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
-                                  Record(12, "Find page based loop."),
-                                  Record(1, "Failed to read index record")
-                              }));
+  EXPECT_EQ(outcome.messages,
+            (std::vector<ErrorRecord>{Record(12, "Find page based loop."), Record(1, "Failed to read index record")}));
 }
 
 TEST_F(DamagedStore, CatalogDeclarationWhoseBitmapLiesPastTheEndOfTheVolume) {
@@ -188,10 +178,8 @@ TEST_F(DamagedStore, BitmapShorterThanTheVolumeNeeds) {
   BuiltStore built = BuildStore(spec);
   Outcome outcome = InitOn(*built.source);
   EXPECT_EQ(outcome.status, TOLVAR_E_FAILED);
-  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{
-                                  Record(1, "Read last vss-bitmap data failed"),
-                                  Record(12, "Bitmap init failed")
-                              }));
+  EXPECT_EQ(outcome.messages, (std::vector<ErrorRecord>{Record(1, "Read last vss-bitmap data failed"),
+                                                        Record(12, "Bitmap init failed")}));
 }
 
 TEST_F(DamagedStore, CatalogDefinitionWithAVolumeOfAnExabyte) {

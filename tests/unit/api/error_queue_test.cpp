@@ -122,10 +122,9 @@ TEST_F(QueueTest, SixtyFourBitValueShowsItsLow32Bits) {
   ReportError(kErrorIo, "Failed read cluster, position %lu", Low32(position));
   ReportCodedError(kErrorStore, "Unexpected vss record native offset. Actual(%lu), was expected(%lu)",
                    Low32(0x100000000ull), Low32(16384));
-  EXPECT_EQ(DrainErrors(),
-            (std::vector<ErrorRecord>{
-                Record(1, "Failed read cluster, position " + std::to_string(0x56789ABCu)),
-                Record(12, "Unexpected vss record native offset. Actual(0), was expected(16384)")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{
+                               Record(1, "Failed read cluster, position " + std::to_string(0x56789ABCu)),
+                               Record(12, "Unexpected vss record native offset. Actual(0), was expected(16384)")}));
 }
 
 TEST_F(QueueTest, MessageIsCopiedUpToItsFirstNul) {

@@ -36,9 +36,9 @@ class MainUse : public tolvartest::QueueTest {
 
   TolvarHandle Open(uint32_t from, uint32_t to, uint64_t blockSize, uint32_t flags = kFlags) {
     TolvarHandle handle = nullptr;
-    EXPECT_EQ(Init(&handle, file_->Path().c_str(), ShadowCopyId(from).c_str(), ShadowCopyId(to).c_str(),
-                   blockSize, flags),
-              TOLVAR_OK);
+    EXPECT_EQ(
+        Init(&handle, file_->Path().c_str(), ShadowCopyId(from).c_str(), ShadowCopyId(to).c_str(), blockSize, flags),
+        TOLVAR_OK);
     // Every index walk ends with its closing message; nothing else is expected.
     for (const auto& record : DrainErrors()) {
       EXPECT_EQ(record, tolvartest::Record(1, "Failed to read index record"));
@@ -257,9 +257,9 @@ TEST_F(MainUse, EndBeforeStartFailsWithTheEndMessage) {
   TolvarHandle handle = nullptr;
   EXPECT_EQ(Init(&handle, file_->Path().c_str(), ShadowCopyId(2).c_str(), ShadowCopyId(1).c_str(), 4096, kFlags),
             TOLVAR_E_FAILED);
-  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{
-                               tolvartest::Record(14, "Failed build snapshot sequence. End snapshot not find"),
-                               tolvartest::Record(12, "Failed to get snapshot sequence")}));
+  EXPECT_EQ(DrainErrors(),
+            (std::vector<ErrorRecord>{tolvartest::Record(14, "Failed build snapshot sequence. End snapshot not find"),
+                                      tolvartest::Record(12, "Failed to get snapshot sequence")}));
 }
 
 }  // namespace

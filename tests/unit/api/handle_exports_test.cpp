@@ -95,9 +95,9 @@ TEST_F(HandleExports, InitWithUpperCaseOrBracedIdentifiersFailsWithASequenceMess
   const std::string braced = "{" + ShadowCopyId(1) + "}";
   for (const std::string& from : {upper, braced}) {
     TolvarHandle handle = nullptr;
-    EXPECT_EQ(Init(&handle, volume.Path().c_str(), from.c_str(), ShadowCopyId(2).c_str(), 4096,
-                   TOLVAR_OPTION_ERROR_QUEUE),
-              TOLVAR_E_FAILED);
+    EXPECT_EQ(
+        Init(&handle, volume.Path().c_str(), from.c_str(), ShadowCopyId(2).c_str(), 4096, TOLVAR_OPTION_ERROR_QUEUE),
+        TOLVAR_E_FAILED);
     EXPECT_EQ(handle, nullptr);
     EXPECT_EQ(DrainErrors(),
               (std::vector<ErrorRecord>{Record(13, "Failed build snapshot sequence. Start snapshot not find"),

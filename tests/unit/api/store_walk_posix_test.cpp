@@ -28,10 +28,10 @@ using tolvartest::vss::Descriptor;
 using tolvartest::vss::Snap;
 using tolvartest::vss::StoreSpec;
 
-constexpr uint64_t kStoreBlock = 16384;                 // bytes one descriptor describes
+constexpr uint64_t kStoreBlock = 16384;  // bytes one descriptor describes
 constexpr uint64_t kVolumeSize = 64 * tolvartest::vss::kMiB;
-constexpr uint64_t kDataArea = 0x3000000;              // where the stores' old contents go
-constexpr uint64_t kFirst = 1024;                      // the first 16 KiB block the stores keep (at 16 MiB)
+constexpr uint64_t kDataArea = 0x3000000;  // where the stores' old contents go
+constexpr uint64_t kFirst = 1024;          // the first 16 KiB block the stores keep (at 16 MiB)
 constexpr uint64_t kBlockSizes[] = {4096, 65536, 131072};
 
 std::string ShadowCopyId(uint32_t n) { return tolvartest::vss::Id(0x100 + n).ToString(); }
@@ -51,8 +51,8 @@ class StoreWalk : public tolvartest::QueueTest {
   // keeps + 1 and 17; store 3 keeps + 2 and 18. Every kept block has old
   // contents of its own (tag = store number); the volume's carry tag 9.
   void SetUp() override {
-    held_ = {{kFirst, 1},      {kFirst + 1, 1},  {kFirst + 2, 1},  {kFirst + 16, 1},
-             {kFirst + 1, 2},  {kFirst + 17, 2}, {kFirst + 2, 3},  {kFirst + 18, 3}};
+    held_ = {{kFirst, 1},     {kFirst + 1, 1},  {kFirst + 2, 1}, {kFirst + 16, 1},
+             {kFirst + 1, 2}, {kFirst + 17, 2}, {kFirst + 2, 3}, {kFirst + 18, 3}};
     StoreSpec spec;
     spec.volumeSize = kVolumeSize;
     spec.snapshots = {Snap(1, 10), Snap(2, 20), Snap(3, 30)};
@@ -63,7 +63,8 @@ class StoreWalk : public tolvartest::QueueTest {
           Descriptor{block * kStoreBlock, 0x4000 + block * kStoreBlock, DataOffset(store, block), 0, 0});
     }
     built_ = tolvartest::vss::BuildStore(spec);
-    for (uint64_t block = kFirst - 8; block < kFirst + 40; ++block) built_.source->Write(block * kStoreBlock, Pattern(9, block));
+    for (uint64_t block = kFirst - 8; block < kFirst + 40; ++block)
+      built_.source->Write(block * kStoreBlock, Pattern(9, block));
     for (const auto& kept : held_) {
       built_.source->Write(DataOffset(kept.second, kept.first), Pattern(kept.second, kept.first));
     }
@@ -187,7 +188,8 @@ TEST_F(StoreWalk, OldContentsPastTheEndOfTheImageEndTheWalkWithTheViewsMessage) 
     EXPECT_EQ(GetBlock(handle, buffer.data(), &size, &index, 0), TOLVAR_END_OF_BLOCKS);
     const std::vector<ErrorRecord> messages = DrainErrors();
     ASSERT_FALSE(messages.empty());
-    EXPECT_EQ(messages.back(), Record(1, "Failed read cluster, position " + std::to_string((kFirst + 1) * kStoreBlock)));
+    EXPECT_EQ(messages.back(),
+              Record(1, "Failed read cluster, position " + std::to_string((kFirst + 1) * kStoreBlock)));
     FreeHandle(handle);
   }
 }
@@ -213,7 +215,8 @@ class StoreWalkWithUnusedBlocks : public StoreWalk {
           kept.first * kStoreBlock, 0x4000 + kept.first * kStoreBlock, DataOffset(kept.second, kept.first), 0, 0});
     }
     built_ = tolvartest::vss::BuildStore(spec);
-    for (uint64_t block = kFirst - 8; block < kFirst + 40; ++block) built_.source->Write(block * kStoreBlock, Pattern(9, block));
+    for (uint64_t block = kFirst - 8; block < kFirst + 40; ++block)
+      built_.source->Write(block * kStoreBlock, Pattern(9, block));
     for (const auto& kept : held_) {
       built_.source->Write(DataOffset(kept.second, kept.first), Pattern(kept.second, kept.first));
     }
@@ -248,9 +251,11 @@ TEST_F(StoreWalkWithUnusedBlocks, OnlyTheNewestViewReadsZerosWhereTheNewestBitma
       uint64_t index = 0;
       bool sawUnusedBlock = false;
       while (GetBlock(handle, buffer.data(), &size, &index, 0) == TOLVAR_OK) {
-        EXPECT_TRUE(buffer == ExpectedWithZeros(to, index, blockSize)) << to << ": block " << index << " of " << blockSize;
-        sawUnusedBlock = sawUnusedBlock || index * blockSize / kStoreBlock == kFirst + 16 ||
-                         (index * blockSize <= (kFirst + 16) * kStoreBlock && (kFirst + 16) * kStoreBlock < (index + 1) * blockSize);
+        EXPECT_TRUE(buffer == ExpectedWithZeros(to, index, blockSize))
+            << to << ": block " << index << " of " << blockSize;
+        sawUnusedBlock =
+            sawUnusedBlock || index * blockSize / kStoreBlock == kFirst + 16 ||
+            (index * blockSize <= (kFirst + 16) * kStoreBlock && (kFirst + 16) * kStoreBlock < (index + 1) * blockSize);
         size = blockSize;
       }
       EXPECT_TRUE(sawUnusedBlock) << to << " " << blockSize;

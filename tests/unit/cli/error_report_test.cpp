@@ -17,10 +17,9 @@ TEST_F(ErrorReportTest, DrainGivesTheRecordsOldestFirstAndEmptiesTheQueue) {
   ReportError(kErrorIo, "Can't open volume %s", "/dev/x");
   ReportCodedError(kErrorNoEnd, "Failed build snapshot sequence. End snapshot not find");
   ReportCodedError(kErrorStore, "Failed to get snapshot sequence");
-  EXPECT_EQ(ErrorReport::DrainQueue(),
-            (Records{{1, "Can't open volume /dev/x"},
-                     {14, "Failed build snapshot sequence. End snapshot not find"},
-                     {12, "Failed to get snapshot sequence"}}));
+  EXPECT_EQ(ErrorReport::DrainQueue(), (Records{{1, "Can't open volume /dev/x"},
+                                                {14, "Failed build snapshot sequence. End snapshot not find"},
+                                                {12, "Failed to get snapshot sequence"}}));
   EXPECT_TRUE(tolvartest::DrainErrors().empty());
 }
 

@@ -22,9 +22,7 @@ const char kTo[] = "d1229f1a-31d8-45de-8a72-0d6a3a1f59e8";
 
 class IncrementFileTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    path_ = tolvartest::UniqueTempPath("tolvar-increment-");
-  }
+  void SetUp() override { path_ = tolvartest::UniqueTempPath("tolvar-increment-"); }
   void TearDown() override {
     std::error_code ignored;
     std::filesystem::remove(path_, ignored);

@@ -59,8 +59,7 @@ TEST_F(BitMapProcessorTest, SameFirstAndLastWithoutPreviousBitmapInvertsCurrent)
   spec_.snapshots[0].bitmapBlocks = {0, 1, 9, 63};
   Build();
   ASSERT_TRUE(processor_.Load(volume_, snapshots_[0], snapshots_[0]));
-  EXPECT_EQ(Bytes(processor_.GetCurrent()),
-            (std::vector<uint8_t>{0xFC, 0xFD, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}));
+  EXPECT_EQ(Bytes(processor_.GetCurrent()), (std::vector<uint8_t>{0xFC, 0xFD, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}));
   EXPECT_EQ(processor_.GetReference(), nullptr);
   EXPECT_TRUE(DrainErrors().empty());
 }
@@ -84,14 +83,13 @@ TEST_F(BitMapProcessorTest, BitmapsAreVolumeSizeShiftedBy17BytesLong) {
 
 TEST_F(BitMapProcessorTest, FirstAndLastCombine) {
   spec_.snapshots = {Snap(1, 1), Snap(2, 2)};
-  spec_.snapshots[0].bitmapBlocks = {0, 1, 2, 3};     // first: bits 0-3 set
-  spec_.snapshots[1].bitmapBlocks = {2, 3, 4, 5};     // last: bits 2-5 set
+  spec_.snapshots[0].bitmapBlocks = {0, 1, 2, 3};  // first: bits 0-3 set
+  spec_.snapshots[1].bitmapBlocks = {2, 3, 4, 5};  // last: bits 2-5 set
   Build();
   ASSERT_TRUE(processor_.Load(volume_, snapshots_[0], snapshots_[1]));
   // current = first AND NOT last = bits 0, 1; reference = NOT first.
   EXPECT_EQ(Bytes(processor_.GetCurrent()), (std::vector<uint8_t>{0x03, 0, 0, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(Bytes(processor_.GetReference()),
-            (std::vector<uint8_t>{0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
+  EXPECT_EQ(Bytes(processor_.GetReference()), (std::vector<uint8_t>{0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
   EXPECT_TRUE(DrainErrors().empty());
 }
 
@@ -103,8 +101,7 @@ TEST_F(BitMapProcessorTest, PreviousBitmapIsTheReferenceOfASingleSnapshot) {
   Build();
   ASSERT_TRUE(processor_.Load(volume_, snapshots_[0], snapshots_[0]));
   EXPECT_EQ(Bytes(processor_.GetCurrent()), (std::vector<uint8_t>{0, 0x02, 0x01, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(Bytes(processor_.GetReference()),
-            (std::vector<uint8_t>{0xFF, 0xFC, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
+  EXPECT_EQ(Bytes(processor_.GetReference()), (std::vector<uint8_t>{0xFF, 0xFC, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
 }
 
 TEST_F(BitMapProcessorTest, FirstSnapshotWinsOverThePreviousBitmap) {

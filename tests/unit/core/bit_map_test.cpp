@@ -251,8 +251,7 @@ TEST(BitMapRescale, AgreesWithTheDefinitionOnRandomMapsOfManyLengths) {
         if (random() % 100 < density) map.Set(i);
       }
       for (const auto& units : unitPairs) {
-        EXPECT_EQ(BytesOf(*map.Rescale(units.first, units.second)),
-                  RescaleByDefinition(map, units.first, units.second))
+        EXPECT_EQ(BytesOf(*map.Rescale(units.first, units.second)), RescaleByDefinition(map, units.first, units.second))
             << bytes << " bytes, density " << density << ", " << units.first << " -> " << units.second;
       }
     }

@@ -74,8 +74,9 @@ TEST_F(BlockWalk, ServesTheSetBitsInAscendingOrderThenEndForever) {
   uint64_t size = kBlock;
   EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), BlockProcessor::kEnd);
   EXPECT_EQ(processor->NextBlock(buffer.data(), &size, true), BlockProcessor::kEnd);
-  EXPECT_EQ(newer_->Calls(), (std::vector<FaultSource::ReadCall>{
-                                 {1 * kBlock, kBlock}, {2 * kBlock, kBlock}, {9 * kBlock, kBlock}, {15 * kBlock, kBlock}}));
+  EXPECT_EQ(newer_->Calls(),
+            (std::vector<FaultSource::ReadCall>{
+                {1 * kBlock, kBlock}, {2 * kBlock, kBlock}, {9 * kBlock, kBlock}, {15 * kBlock, kBlock}}));
 }
 
 TEST_F(BlockWalk, ShortBufferReportsTheBlockSizeAndLeavesTheCursor) {
@@ -124,8 +125,8 @@ TEST_F(BlockWalk, CompareSkipsOnlyMarkedBlocksThatReadTheSame) {
   auto processor = Make();
   older_->FailFrom(4 * kBlock);
   EXPECT_EQ(Walk(*processor, true), (std::vector<int64_t>{2, 3, 4}));
-  EXPECT_EQ(older_->Calls(), (std::vector<FaultSource::ReadCall>{
-                                 {1 * kBlock, kBlock}, {2 * kBlock, kBlock}, {4 * kBlock, kBlock}}));
+  EXPECT_EQ(older_->Calls(),
+            (std::vector<FaultSource::ReadCall>{{1 * kBlock, kBlock}, {2 * kBlock, kBlock}, {4 * kBlock, kBlock}}));
 }
 
 TEST_F(BlockWalk, WithoutCompareTheOlderCopyIsNeverRead) {

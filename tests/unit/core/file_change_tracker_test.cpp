@@ -57,9 +57,7 @@ TEST(FileExclusion, EqualOffsetsDoNotMergeAndClearTheSameBlocksAgain) {
   EXPECT_EQ(ClearedBy({{4096, 4096, 4096}, {4096, 4096, 4096}}), (std::vector<uint64_t>{1}));
 }
 
-TEST(FileExclusion, SparseExtentsClearNothing) {
-  EXPECT_TRUE(ClearedBy({{8 * kBlock, 0, 8 * kBlock}}).empty());
-}
+TEST(FileExclusion, SparseExtentsClearNothing) { EXPECT_TRUE(ClearedBy({{8 * kBlock, 0, 8 * kBlock}}).empty()); }
 
 TEST(FileExclusion, TheStoredSizeNotTheLogicalSizeGivesTheLength) {
   EXPECT_EQ(ClearedBy({{65536, 16 * kBlock, 2 * kBlock}}), (std::vector<uint64_t>{16, 17}));

@@ -36,7 +36,7 @@ class ThreeDevices : public VolumeEnumerator::Api {
 
 // A volume whose header names identifiers of its own.
 std::shared_ptr<tolvartest::SparseSource> VolumeWithIdentifiers(const tolvarcore::vss::Guid& own,
-                                                                 const tolvarcore::vss::Guid& storage) {
+                                                                const tolvarcore::vss::Guid& storage) {
   StoreWriter writer;
   VolumeHeaderSpec header;
   header.catalogOffset = 0x104000;
@@ -88,8 +88,7 @@ TEST_F(VolumeProviderSearch, ShadowCopyOfAStoreIsRebuiltWithoutOpeningAnything) 
   VolumeProvider provider(factory);
   auto volume = provider.OpenVolume("vol");
   auto snapshot = std::make_shared<tolvarcore::vss::Snapshot>(
-      tolvarcore::vss::records::SnapshotDefinition{64 * tolvartest::vss::kMiB, Id(1), 10},
-      [&] {
+      tolvarcore::vss::records::SnapshotDefinition{64 * tolvartest::vss::kMiB, Id(1), 10}, [&] {
         tolvarcore::vss::records::SnapshotDeclaration declaration;
         declaration.storeIdentifier = Id(1);
         declaration.indexOffset = built.offsets[0].index;

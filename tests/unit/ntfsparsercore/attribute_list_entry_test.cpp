@@ -18,8 +18,8 @@ using ntfsparsercore::AttributeListEntry;
 using ntfsparsercore::AttributeRecord;
 using ntfsparsercore::ParseAttributeList;
 using ntfsparsercore::attributes::readers::ReadersFactory;
-using tolvartest::AttributeListEntryBytes;
 using tolvartest::AttributeFields;
+using tolvartest::AttributeListEntryBytes;
 using tolvartest::Bytes;
 using tolvartest::MemorySource;
 using tolvartest::MemoryVolume;
@@ -71,7 +71,8 @@ TEST_F(AttributeListEntryTest, TypeZeroEntryAdvancesBy26ThenToTheNextMultipleOf8
 }
 
 TEST_F(AttributeListEntryTest, EntriesDifferingOnlyInNameSortByStartingVcnAsIfUnnamed) {
-  const auto entries = Parse({AttributeListEntryBytes(0x80, 10, 5, 1, "a"), AttributeListEntryBytes(0x80, 0, 6, 2, "b")});
+  const auto entries =
+      Parse({AttributeListEntryBytes(0x80, 10, 5, 1, "a"), AttributeListEntryBytes(0x80, 0, 6, 2, "b")});
   ASSERT_EQ(entries.size(), 2u);
   EXPECT_EQ(entries[0].startingVcn, 0u);
   EXPECT_EQ(entries[0].attributeId, 2u);

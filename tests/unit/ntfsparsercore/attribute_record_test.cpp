@@ -115,8 +115,8 @@ TEST_F(AttributeRecordTest, EndMarkerReportsTheTypeAndKeepsItForTheCallerToStopO
   EXPECT_FALSE(record.IsNamed());
   EXPECT_EQ(record.GetRecordLength(), 0u);
   EXPECT_EQ(record.GetDataOffset(), 0u);
-  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{
-                               Record(3, "Unexpected attribute type was expected(4096), actual(4294967295)")}));
+  EXPECT_EQ(DrainErrors(),
+            (std::vector<ErrorRecord>{Record(3, "Unexpected attribute type was expected(4096), actual(4294967295)")}));
 }
 
 TEST_F(AttributeRecordTest, TypeJustAboveTheLimitIsReportedAndLeavesDefaults) {

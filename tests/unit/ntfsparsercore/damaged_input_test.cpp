@@ -142,7 +142,8 @@ TEST_F(DamagedInputTest, WalksOfRandomIndexBlocksEnd) {
     fields.nonResident = true;
     fields.dataSize = count * 4096;
     fields.mappingPairs = tolvartest::MappingPairs({{count, 2, 1, 1}});
-    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
+    auto record =
+        std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
     auto factory = std::make_shared<ReadersFactory>(&volume);
     IndexBlockMap map(&volume, {std::make_shared<Attribute>(factory, Attribute::RecordList{record})}, 4096);
     for (uint64_t vcn = 0; vcn < count; ++vcn) {

@@ -44,7 +44,8 @@ class IndexBlockMapTest : public tolvartest::QueueTest {
     fields.dataSize = blocks.size() * kBlock;
     fields.allocatedSize = fields.dataSize;
     fields.mappingPairs = tolvartest::MappingPairs({{blocks.size(), static_cast<int64_t>(kFirstLcn), 1, 1}});
-    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
+    auto record =
+        std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
     return {std::make_shared<Attribute>(factory_, Attribute::RecordList{record})};
   }
 
@@ -60,9 +61,10 @@ class IndexBlockMapTest : public tolvartest::QueueTest {
 
 TEST_F(IndexBlockMapTest, BlocksAreFiledByTheirVcnAndWalkedInIndexOrder) {
   // Block 0 (VCN 0) is the node; block 1 (VCN 8) is the leaf under its second entry.
-  const Bytes node = IndexBlockBytes(kBlock, 512, 0,
-                                     {IndexEntryBytes(40, 0), IndexEntryBytes(41, kHasSubNode, 8), IndexEntryBytes(0, kLast)});
-  const Bytes leaf = IndexBlockBytes(kBlock, 512, 8, {IndexEntryBytes(50, 0), IndexEntryBytes(51, 0), IndexEntryBytes(0, kLast)});
+  const Bytes node = IndexBlockBytes(
+      kBlock, 512, 0, {IndexEntryBytes(40, 0), IndexEntryBytes(41, kHasSubNode, 8), IndexEntryBytes(0, kLast)});
+  const Bytes leaf =
+      IndexBlockBytes(kBlock, 512, 8, {IndexEntryBytes(50, 0), IndexEntryBytes(51, 0), IndexEntryBytes(0, kLast)});
   IndexBlockMap map(&volume_, Allocation({node, leaf}), kBlock);
   EXPECT_EQ(map.GetBlockCount(), 2u);
   EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40, 50, 51, 41}));
@@ -71,14 +73,16 @@ TEST_F(IndexBlockMapTest, BlocksAreFiledByTheirVcnAndWalkedInIndexOrder) {
 }
 
 TEST_F(IndexBlockMapTest, EntryWithFlagsThreeWalksItsSubNodeThenEndsTheBlockWithoutListingAFile) {
-  const Bytes node = IndexBlockBytes(kBlock, 512, 0, {IndexEntryBytes(40, 0), IndexEntryBytes(99, kHasSubNode | kLast, 8)});
+  const Bytes node =
+      IndexBlockBytes(kBlock, 512, 0, {IndexEntryBytes(40, 0), IndexEntryBytes(99, kHasSubNode | kLast, 8)});
   const Bytes leaf = IndexBlockBytes(kBlock, 512, 8, {IndexEntryBytes(50, 0), IndexEntryBytes(0, kLast)});
   IndexBlockMap map(&volume_, Allocation({node, leaf}), kBlock);
   EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40, 50}));
 }
 
 TEST_F(IndexBlockMapTest, AllZeroBlockIsReportedOnceAndTheOtherBlocksAreListed) {
-  const Bytes first = IndexBlockBytes(kBlock, 512, 0, {IndexEntryBytes(40, kHasSubNode, 16), IndexEntryBytes(0, kLast)});
+  const Bytes first =
+      IndexBlockBytes(kBlock, 512, 0, {IndexEntryBytes(40, kHasSubNode, 16), IndexEntryBytes(0, kLast)});
   const Bytes third = IndexBlockBytes(kBlock, 512, 16, {IndexEntryBytes(60, 0), IndexEntryBytes(0, kLast)});
   IndexBlockMap map(&volume_, Allocation({first, Bytes(kBlock, 0), third}), kBlock);
   EXPECT_EQ(map.GetBlockCount(), 2u);
@@ -116,8 +120,8 @@ TEST_F(IndexBlockMapTest, UnknownSubNodeVcnWalksNothing) {
 }
 
 TEST_F(IndexBlockMapTest, BlockPointingAtItselfIsNotWalkedAgain) {
-  const Bytes node = IndexBlockBytes(kBlock, 512, 0, {IndexEntryBytes(40, kHasSubNode, 0), IndexEntryBytes(41, 0),
-                                                      IndexEntryBytes(0, kLast)});
+  const Bytes node = IndexBlockBytes(
+      kBlock, 512, 0, {IndexEntryBytes(40, kHasSubNode, 0), IndexEntryBytes(41, 0), IndexEntryBytes(0, kLast)});
   IndexBlockMap map(&volume_, Allocation({node}), kBlock);
   EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40, 41}));
 }
@@ -137,7 +141,8 @@ TEST_F(IndexBlockMapTest, BlockReferredToTwiceIsWalkedOnceInsteadOfMultiplyingTh
   for (uint64_t i = 0; i < count; ++i) {
     std::vector<Bytes> entries;
     if (i + 1 < count) {
-      entries = {IndexEntryBytes(100 + i, kHasSubNode, (i + 1) * 8), IndexEntryBytes(200 + i, kHasSubNode | kLast, (i + 1) * 8)};
+      entries = {IndexEntryBytes(100 + i, kHasSubNode, (i + 1) * 8),
+                 IndexEntryBytes(200 + i, kHasSubNode | kLast, (i + 1) * 8)};
     } else {
       entries = {IndexEntryBytes(100 + i, 0), IndexEntryBytes(0, kLast)};
     }
@@ -167,7 +172,8 @@ TEST_F(IndexBlockMapTest, AllocationSizePastTheStoredBlocksEndsAtTheFirstUnreada
   fields.dataSize = kBlock << 20;
   fields.mappingPairs = tolvartest::MappingPairs({{1, static_cast<int64_t>(kFirstLcn), 1, 1}});
   volume_.Bytes().resize((kFirstLcn + 1) * kBlock);
-  auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
+  auto record =
+      std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
   IndexBlockMap map(&volume_, {std::make_shared<Attribute>(factory_, Attribute::RecordList{record})}, kBlock);
   EXPECT_EQ(map.GetBlockCount(), 1u);
   EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40}));
@@ -197,13 +203,16 @@ TEST_F(IndexBlockMapTest, HugeSparseAllocationIsTriedOnlyUpToTheVolumeSize) {
   fields.type = 0xA0;
   fields.nonResident = true;
   fields.dataSize = (uint64_t{1} << 40) * kBlock;
-  fields.mappingPairs = tolvartest::MappingPairs({{1, static_cast<int64_t>(kFirstLcn), 1, 1}, {uint64_t{1} << 40, 0, 8, 0}});
-  auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
+  fields.mappingPairs =
+      tolvartest::MappingPairs({{1, static_cast<int64_t>(kFirstLcn), 1, 1}, {uint64_t{1} << 40, 0, 8, 0}});
+  auto record =
+      std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
   IndexBlockMap map(&volume_, {std::make_shared<Attribute>(factory_, Attribute::RecordList{record})}, kBlock);
   EXPECT_EQ(map.GetBlockCount(), 1u);
   EXPECT_EQ(WalkFrom(map, 0), (std::vector<uint64_t>{40}));
   // Blocks 1 to 15 of the volume's size are tried; nothing past it.
-  EXPECT_EQ(DrainErrors(), std::vector<ErrorRecord>(15, Record(3, "Unexpected record type. Was expected(1480871497), actual(0)")));
+  EXPECT_EQ(DrainErrors(),
+            std::vector<ErrorRecord>(15, Record(3, "Unexpected record type. Was expected(1480871497), actual(0)")));
 }
 
 }  // namespace

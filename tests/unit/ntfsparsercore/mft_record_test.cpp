@@ -40,8 +40,7 @@ std::vector<ErrorRecord> EndMarkers(std::size_t walks) { return std::vector<Erro
 class MftRecordTest : public tolvartest::QueueTest {
  protected:
   std::shared_ptr<NtfsVolume> Open() {
-    std::shared_ptr<NtfsVolume> volume(
-        NtfsVolume::Create(std::make_shared<MemorySource>(builder_.Image()), 1 << 20));
+    std::shared_ptr<NtfsVolume> volume(NtfsVolume::Create(std::make_shared<MemorySource>(builder_.Image()), 1 << 20));
     EXPECT_TRUE(volume);
     EXPECT_EQ(DrainErrors(), EndMarkers(1));  // the walk of record 0
     return volume;
@@ -176,8 +175,9 @@ TEST_F(MftRecordTest, ReadIsBoundedByTheRecordsOwnAllocatedSize) {
 }
 
 TEST_F(MftRecordTest, AttributesWithoutListComeInAttributeIdOrder) {
-  builder_.AddFile(30, "ids", {tolvartest::ResidentData(5, Bytes{1}, "b"), tolvartest::ResidentData(3, Bytes{2}, "a"),
-                               tolvartest::ResidentData(3, Bytes{3}, "c")});
+  builder_.AddFile(30, "ids",
+                   {tolvartest::ResidentData(5, Bytes{1}, "b"), tolvartest::ResidentData(3, Bytes{2}, "a"),
+                    tolvartest::ResidentData(3, Bytes{3}, "c")});
   auto volume = Open();
   auto attributes = volume->GetMftTable()->GetRecord(30, true)->GetAttributes();
   EXPECT_EQ(Ids(attributes), (std::vector<uint16_t>{0, 3, 3, 5}));
@@ -294,9 +294,10 @@ TEST_F(MftRecordTest, AttributesOfOneTypeComeInAttributeIdOrderWithEqualIdsInRec
   index.id = 1;
   index.name = "$I30";
   index.value = Bytes(8, 0);
-  builder_.AddFile(30, "types", {tolvartest::ResidentData(9, Bytes{1}, "z"), tolvartest::AttributeBytes(index),
-                                 tolvartest::ResidentData(4, Bytes{2}, "y"), tolvartest::ResidentData(4, Bytes{3}, "x"),
-                                 tolvartest::ResidentData(2, Bytes{4}, "w")});
+  builder_.AddFile(30, "types",
+                   {tolvartest::ResidentData(9, Bytes{1}, "z"), tolvartest::AttributeBytes(index),
+                    tolvartest::ResidentData(4, Bytes{2}, "y"), tolvartest::ResidentData(4, Bytes{3}, "x"),
+                    tolvartest::ResidentData(2, Bytes{4}, "w")});
   auto volume = Open();
   auto record = volume->GetMftTable()->GetRecord(30, true);
   auto data = record->GetAttributes(0x80);

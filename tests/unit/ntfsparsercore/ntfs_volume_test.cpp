@@ -27,7 +27,8 @@ const ErrorRecord kEndMarker = Record(3, "Unexpected attribute type was expected
 class NtfsVolumeTest : public tolvartest::QueueTest {
  protected:
   std::unique_ptr<NtfsVolume> Create(uint64_t cacheBytes = 1 << 20) {
-    return std::unique_ptr<NtfsVolume>(NtfsVolume::Create(std::make_shared<MemorySource>(builder_.Image()), cacheBytes));
+    return std::unique_ptr<NtfsVolume>(
+        NtfsVolume::Create(std::make_shared<MemorySource>(builder_.Image()), cacheBytes));
   }
 
   NtfsImageBuilder builder_;

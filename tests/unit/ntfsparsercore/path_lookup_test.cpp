@@ -44,8 +44,7 @@ class PathLookupTest : public tolvartest::QueueTest {
   }
 
   std::shared_ptr<NtfsVolume> Open() {
-    std::shared_ptr<NtfsVolume> volume(
-        NtfsVolume::Create(std::make_shared<MemorySource>(builder_.Image()), 1 << 20));
+    std::shared_ptr<NtfsVolume> volume(NtfsVolume::Create(std::make_shared<MemorySource>(builder_.Image()), 1 << 20));
     EXPECT_TRUE(volume);
     DrainErrors();
     return volume;
@@ -169,9 +168,15 @@ TEST_F(PathLookupTest, NamesAreConvertedToUtf8AndOnlyAsciiIsFolded) {
   f.attributes = {tolvartest::AttributeBytes(fileName), tolvartest::ResidentData(1, Bytes{5})};
   builder_.SetRecord(38, tolvartest::FileRecordBytes(f));
   builder_.SetRoot({IndexEntryBytes(kRoot, 0), IndexEntryBytes(38, 0)});
-  EXPECT_EQ(GetFileName(Open()->GetMftTable()->GetRecord(38, true)), "\xC3\x84" "B");
-  EXPECT_NE(Find("/\xC3\x84" "b"), nullptr);
-  EXPECT_EQ(Find("/\xC3\xA4" "b"), nullptr);
+  EXPECT_EQ(GetFileName(Open()->GetMftTable()->GetRecord(38, true)),
+            "\xC3\x84"
+            "B");
+  EXPECT_NE(Find("/\xC3\x84"
+                 "b"),
+            nullptr);
+  EXPECT_EQ(Find("/\xC3\xA4"
+                 "b"),
+            nullptr);
 }
 
 TEST_F(PathLookupTest, ListingOfADirectoryWithoutIndexRootIsEmpty) {
@@ -197,9 +202,9 @@ class LargeDirectoryTest : public PathLookupTest {
     second.push_back(IndexEntryBytes(0, 0x02));
     builder_.PutCluster(kAllocationCluster, tolvartest::IndexBlockBytes(4096, 512, 0, first));
     builder_.PutCluster(kAllocationCluster + 1, tolvartest::IndexBlockBytes(4096, 512, 1, second));
-    builder_.SetRoot({IndexEntryBytes(50, 0x01, 0), IndexEntryBytes(0, 0x03, 1)},
-                     {tolvartest::NonResidentAttribute(0xA0, 3, 0, 2, 3 * 4096, {{3, kAllocationCluster, 1, 1}},
-                                                       "$I30")});
+    builder_.SetRoot(
+        {IndexEntryBytes(50, 0x01, 0), IndexEntryBytes(0, 0x03, 1)},
+        {tolvartest::NonResidentAttribute(0xA0, 3, 0, 2, 3 * 4096, {{3, kAllocationCluster, 1, 1}}, "$I30")});
     for (uint64_t n = 40; n < 60; ++n) {
       builder_.AddFile(n, "file" + std::to_string(n) + ".txt", {tolvartest::ResidentData(1, Bytes(n, 1))});
     }
@@ -247,16 +252,18 @@ class ThreeSubNodeDirectoryTest : public PathLookupTest {
     builder_.PutCluster(kAllocationCluster, tolvartest::IndexBlockBytes(4096, 512, 0, blocks[0]));
     builder_.PutCluster(kAllocationCluster + 1, tolvartest::IndexBlockBytes(4096, 512, 1, blocks[1]));
     builder_.PutCluster(kAllocationCluster + 3, tolvartest::IndexBlockBytes(4096, 512, 3, blocks[2]));
-    builder_.SetRoot({IndexEntryBytes(50, 0x01, 0), IndexEntryBytes(60, 0x01, 1), IndexEntryBytes(0, 0x03, 3)},
-                     {tolvartest::NonResidentAttribute(0xA0, 3, 0, 3, 4 * 4096, {{4, kAllocationCluster, 1, 1}},
-                                                       "$I30")});
+    builder_.SetRoot(
+        {IndexEntryBytes(50, 0x01, 0), IndexEntryBytes(60, 0x01, 1), IndexEntryBytes(0, 0x03, 3)},
+        {tolvartest::NonResidentAttribute(0xA0, 3, 0, 3, 4 * 4096, {{4, kAllocationCluster, 1, 1}}, "$I30")});
     for (uint64_t n = 40; n < 64; ++n) {
       builder_.AddFile(n, "file" + std::to_string(n) + ".txt", {tolvartest::ResidentData(1, Bytes(n, 1))});
     }
   }
 
   static ErrorRecord Unused() { return Record(3, "Unexpected record type. Was expected(1480871497), actual(0)"); }
-  static ErrorRecord EndMarker() { return Record(3, "Unexpected attribute type was expected(4096), actual(4294967295)"); }
+  static ErrorRecord EndMarker() {
+    return Record(3, "Unexpected attribute type was expected(4096), actual(4294967295)");
+  }
 
   // The messages of one listing of the root: the walk of its record for the
   // index root, then for each of its three sub-nodes the walk for the index
@@ -317,9 +324,9 @@ TEST_F(ThreeSubNodeDirectoryTest, BlocksThatCannotBeReadAreTriedAndReportedAgain
   // and 3, each failing on the device and then as a block header.
   std::vector<ErrorRecord> messages{EndMarker()};
   for (int subNode = 0; subNode < 3; ++subNode) {
-    Append(&messages, {EndMarker(), Record(1, "Failed read cluster, position 417792"),
-                       Record(3, "MultiSectorHeader read failed"), Record(1, "Failed read cluster, position 421888"),
-                       Record(3, "MultiSectorHeader read failed")});
+    Append(&messages,
+           {EndMarker(), Record(1, "Failed read cluster, position 417792"), Record(3, "MultiSectorHeader read failed"),
+            Record(1, "Failed read cluster, position 421888"), Record(3, "MultiSectorHeader read failed")});
   }
   EXPECT_EQ(DrainErrors(), messages);
 }

@@ -31,7 +31,6 @@ using tolvartest::MemorySource;
 
 constexpr uint64_t kCluster = 4096;
 
-
 std::shared_ptr<AttributeRecord> RecordWithPairs(const Bytes& pairs, uint64_t startingVcn = 0) {
   AttributeFields fields;
   fields.nonResident = true;
@@ -91,8 +90,7 @@ TEST_F(RunListTest, EightByteDeltaIsNegativeWhenAnyOfBits31To63IsSet) {
   // Only bit 31 set: negative under the sign-extended mask.
   const auto runs = Decode({0x81, 0x01, 0x00, 0x00, 0x00, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00});
   EXPECT_EQ(runs, (RunList{{(0 - uint64_t{0xFFFFFFFF80000000}) * kCluster, kCluster}}));
-  EXPECT_EQ(Decode({0x81, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00}),
-            (RunList{{Lcn(-1), kCluster}}));
+  EXPECT_EQ(Decode({0x81, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00}), (RunList{{Lcn(-1), kCluster}}));
 }
 
 TEST_F(RunListTest, DeltaWiderThanEightBytesIsUnsigned) {
@@ -110,8 +108,7 @@ TEST_F(RunListTest, RecordsAreConcatenatedAndEachStartsItsOwnAccumulator) {
   auto first = RecordWithPairs({0x11, 0x02, 0x40, 0x00});
   auto second = RecordWithPairs({0x11, 0x03, 0x08, 0x00}, 2);
   Attribute attribute(nullptr, {first, second});
-  EXPECT_EQ(BuildRunList(attribute, kCluster),
-            (RunList{{Lcn(0x40), 2 * kCluster}, {Lcn(0x08), 3 * kCluster}}));
+  EXPECT_EQ(BuildRunList(attribute, kCluster), (RunList{{Lcn(0x40), 2 * kCluster}, {Lcn(0x08), 3 * kCluster}}));
 }
 
 TEST_F(RunListTest, MappingPairsThatRunOffTheRecordEndAtTheFirstUnreadableHeader) {

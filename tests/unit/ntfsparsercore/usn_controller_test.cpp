@@ -130,8 +130,9 @@ TEST_F(UsnControllerTest, WrongMagicReportsBothValuesKeepsTheMagicAndLoadsNoFixu
   UsnController usn(&volume_, source_, 0, kIndx);
   EXPECT_EQ(usn.GetMagic(), kFile);
   EXPECT_TRUE(usn.GetFixupBytes().empty());
-  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{
-                               Record(3, "Unexpected record type. Was expected(1480871497), actual(1162627398)")}));
+  EXPECT_EQ(
+      DrainErrors(),
+      (std::vector<ErrorRecord>{Record(3, "Unexpected record type. Was expected(1480871497), actual(1162627398)")}));
   const Bytes raw = ReadRecord(usn, 1024, 0);
   EXPECT_EQ(raw[510], 0x07);
   EXPECT_EQ(raw[511], 0x07);

@@ -5,8 +5,8 @@
 
 #include <tolvar/tolvar.h>
 
-int main(int argc, char **argv) {
-  const char *volume = argc > 1 ? argv[1] : "/nonexistent/volume.img";
+int main(int argc, char** argv) {
+  const char* volume = argc > 1 ? argv[1] : "/nonexistent/volume.img";
   char message[256];
   char expected[256];
   uint32_t code = 0;

@@ -59,8 +59,8 @@ TEST(CompressedProcessor, OnlyTheBlocksWhereTheUnitsStepsBeginAreMarked) {
   // With 64 KiB blocks, a touched 64 KiB unit starting at byte 70 KiB spans
   // blocks 1 and 2 but is one step, which begins in block 1.
   constexpr uint64_t kBig = 65536;
-  auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{
-      {kBig, 2 * kBig, kBig}, {6144, 4 * kBig, 4096}, {kBig, 6 * kBig, 8192}});
+  auto file = std::make_shared<FakeNtfsFile>(
+      std::vector<Extent>{{kBig, 2 * kBig, kBig}, {6144, 4 * kBig, 4096}, {kBig, 6 * kBig, 8192}});
   file->compressed = true;
   BitMap changed(1);
   changed.Set(6);

@@ -30,7 +30,9 @@ std::vector<uint64_t> SetBits(const BitMap& map) {
   return bits;
 }
 
-std::vector<uint8_t> Bytes(const BitMap& map) { return std::vector<uint8_t>(map.Data(), map.Data() + map.SizeInBytes()); }
+std::vector<uint8_t> Bytes(const BitMap& map) {
+  return std::vector<uint8_t>(map.Data(), map.Data() + map.SizeInBytes());
+}
 
 std::shared_ptr<FakeNtfsFile> File(std::vector<Extent> extents) {
   return std::make_shared<FakeNtfsFile>(std::move(extents), 0);
@@ -95,8 +97,8 @@ TEST(FileVersionComparer, DataMovedToOtherClustersMarksEveryBlockOfTheMovedRange
   // Blocks 2..4 of the file moved from volume block 12 to volume block 50;
   // the changed-block bitmap does not show it.
   auto older = File({{6 * kBlock, 10 * kBlock, 6 * kBlock}});
-  auto newer = File({{2 * kBlock, 10 * kBlock, 2 * kBlock}, {3 * kBlock, 50 * kBlock, 3 * kBlock},
-                     {kBlock, 15 * kBlock, kBlock}});
+  auto newer = File(
+      {{2 * kBlock, 10 * kBlock, 2 * kBlock}, {3 * kBlock, 50 * kBlock, 3 * kBlock}, {kBlock, 15 * kBlock, kBlock}});
   auto map = std::make_shared<BitMap>(1);
   FileVersionComparer(older, newer, kBlock).Compare(*map, kCluster);
   PlainProcessor(newer, map, kBlock).Process(BitMap(16));

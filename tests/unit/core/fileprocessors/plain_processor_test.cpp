@@ -24,7 +24,8 @@ std::vector<uint64_t> SetBits(const BitMap& map) {
   return bits;
 }
 
-std::vector<uint64_t> MarkedBlocks(const std::shared_ptr<FakeNtfsFile>& file, const BitMap& changed, uint64_t block = kBlock) {
+std::vector<uint64_t> MarkedBlocks(const std::shared_ptr<FakeNtfsFile>& file, const BitMap& changed,
+                                   uint64_t block = kBlock) {
   auto map = std::make_shared<BitMap>(4);
   PlainProcessor(file, map, block).Process(changed);
   return SetBits(*map);
@@ -92,16 +93,15 @@ TEST(PlainProcessor, AnExtentReachingTheTopOfTheOffsetRangeIsTestedUpToTheBitmap
 TEST(PlainProcessor, AnExtentEndingInsideABlockCarriesThePositionIntoTheNext) {
   // 6,144 bytes at volume block 2, then 6,144 bytes at volume block 8: the
   // second extent's first 2,048 bytes finish file block 1, on volume block 8.
-  auto file = std::make_shared<FakeNtfsFile>(
-      std::vector<Extent>{{6144, 2 * kBlock, 6144}, {6144, 8 * kBlock, 6144}});
+  auto file = std::make_shared<FakeNtfsFile>(std::vector<Extent>{{6144, 2 * kBlock, 6144}, {6144, 8 * kBlock, 6144}});
   BitMap changed(4);
   changed.Set(8);
   EXPECT_EQ(MarkedBlocks(file, changed), (std::vector<uint64_t>{1, 2}));
 }
 
 TEST(PlainProcessor, SparseExtentsOnlyMoveThePosition) {
-  auto file = std::make_shared<FakeNtfsFile>(
-      std::vector<Extent>{{2 * kBlock, 0, 2 * kBlock}, {kBlock, 5 * kBlock, kBlock}});
+  auto file =
+      std::make_shared<FakeNtfsFile>(std::vector<Extent>{{2 * kBlock, 0, 2 * kBlock}, {kBlock, 5 * kBlock, kBlock}});
   file->sparse = true;
   BitMap changed(4);
   changed.Set(0);

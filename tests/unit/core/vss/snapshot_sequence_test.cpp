@@ -47,8 +47,7 @@ class SnapshotSequenceTest : public tolvartest::QueueTest {
 
   // The service knows these snapshots.
   void Knows(SnapshotPropertiesList properties) {
-    context_ = std::make_unique<VssContext>(
-        [properties](SnapshotPropertiesList* list) { *list = properties; });
+    context_ = std::make_unique<VssContext>([properties](SnapshotPropertiesList* list) { *list = properties; });
   }
 
   bool Sequence(const std::string& start, const std::string& end, SnapshotList* list) {
@@ -101,10 +100,9 @@ TEST_F(SnapshotSequenceTest, DeclarationsBeforeTheirDefinitionsAreFound) {
   spec_.layout = CatalogLayout::kDefinitionsFirst;
   Build();
   // Rebuild the catalog with the declarations first.
-  std::vector<std::vector<uint8_t>> entries = {DeclarationEntry(Id(2), built_.offsets[1]),
-                                               DeclarationEntry(Id(1), built_.offsets[0]),
-                                               DefinitionEntry(Id(2), 2, 64 * kMiB),
-                                               DefinitionEntry(Id(1), 1, 64 * kMiB)};
+  std::vector<std::vector<uint8_t>> entries = {
+      DeclarationEntry(Id(2), built_.offsets[1]), DeclarationEntry(Id(1), built_.offsets[0]),
+      DefinitionEntry(Id(2), 2, 64 * kMiB), DefinitionEntry(Id(1), 1, 64 * kMiB)};
   uint64_t catalog = writer_.AddRecord(kTypeCatalog, Concat(entries));
   Catalog other(volume_->OpenRecord(catalog));
   SnapshotList list = BuildSnapshotList(other);
@@ -331,10 +329,9 @@ TEST_F(SnapshotSequenceTest, UnreadableStoreHeaderOfTheStartFailsToMatch) {
   SnapshotList list = List();
   EXPECT_FALSE(Sequence(Name(1), Name(2), &list));
   EXPECT_EQ(DrainErrors(),
-            (std::vector<ErrorRecord>{
-                Record(1, "Failed to read vss record header"), Record(12, "Can't find last page."),
-                Record(1, "Failed to read header record"),
-                Record(13, "Failed build snapshot sequence. Start snapshot not find")}));
+            (std::vector<ErrorRecord>{Record(1, "Failed to read vss record header"),
+                                      Record(12, "Can't find last page."), Record(1, "Failed to read header record"),
+                                      Record(13, "Failed build snapshot sequence. Start snapshot not find")}));
 }
 
 TEST_F(SnapshotSequenceTest, ServiceWithoutSnapshotsFindsNoStart) {

@@ -362,16 +362,30 @@ std::vector<BlockDescriptor> RandomList(std::mt19937_64& random, std::size_t len
     const uint64_t block = i < ascending ? i * 3 + random() % 3 : random() % 40;
     BlockDescriptor descriptor;
     switch (random() % 8) {
-      case 0: descriptor = Overlay(block, 100 + random() % 50, static_cast<uint32_t>(random())); break;
-      case 1: descriptor = Forwarder(block, random() % 40); break;
-      case 2: descriptor = Plain(block, 100 + random() % 50, kNotUsed); break;
-      case 3: descriptor = Plain(block, 100 + random() % 50); descriptor.originalOffset += 512 * (random() % 32); break;
-      case 4: descriptor = Forwarder(block, random() % 40); descriptor.relativeOffset += 4096; break;
+      case 0:
+        descriptor = Overlay(block, 100 + random() % 50, static_cast<uint32_t>(random()));
+        break;
+      case 1:
+        descriptor = Forwarder(block, random() % 40);
+        break;
+      case 2:
+        descriptor = Plain(block, 100 + random() % 50, kNotUsed);
+        break;
+      case 3:
+        descriptor = Plain(block, 100 + random() % 50);
+        descriptor.originalOffset += 512 * (random() % 32);
+        break;
+      case 4:
+        descriptor = Forwarder(block, random() % 40);
+        descriptor.relativeOffset += 4096;
+        break;
       case 5:  // now and then a forwarder with a store data offset, which spoils the store
         descriptor = random() % 20 == 0 ? Forwarder(block, 7) : Plain(block, 100 + random() % 50);
         descriptor.storeDataOffset = 100 * kBlock;
         break;
-      default: descriptor = Plain(block, 100 + random() % 50); break;
+      default:
+        descriptor = Plain(block, 100 + random() % 50);
+        break;
     }
     list.push_back(descriptor);
   }
@@ -404,8 +418,7 @@ TEST(StoreBlockMap, AgreesWithThePlainFoldOnRandomListsInAnyOrder) {
           ASSERT_TRUE(SameDescriptor(found->overlay, expected->second.overlay)) << round;
         }
       }
-      ASSERT_EQ(map.IsForwardTarget(offset),
-                ReferenceFold::Range(reference.reverse, offset) != reference.reverse.end())
+      ASSERT_EQ(map.IsForwardTarget(offset), ReferenceFold::Range(reference.reverse, offset) != reference.reverse.end())
           << round << " at " << offset;
     }
   }

@@ -116,8 +116,8 @@ TEST(StoreLayer, UnusedBlocksAreThoseBothBitmapsMarkWithinBothLengths) {
     const std::vector<uint8_t> unused = StoreLayer::UnusedBlocks(current, hasPrevious, previous);
     for (uint64_t block = 0; block < 64; ++block) {
       const uint64_t offset = block * kBlock + random() % kBlock;
-      const bool expected = StoreLayer::IsBlockSet(current, offset) &&
-                            (!hasPrevious || StoreLayer::IsBlockSet(previous, offset));
+      const bool expected =
+          StoreLayer::IsBlockSet(current, offset) && (!hasPrevious || StoreLayer::IsBlockSet(previous, offset));
       ASSERT_EQ(StoreLayer::IsBlockSet(unused, offset), expected) << round << " block " << block;
     }
   }

@@ -226,8 +226,8 @@ TEST_F(StoreSnapshotSourceTest, OverlaysWithJoinedBitmapsReadTheFirstOverlaysDat
 }
 
 TEST_F(StoreSnapshotSourceTest, OverlaysOfANewerStoreAreIgnoredWhenReadingAnOlderView) {
-  std::vector<StoreLayer> layers = {Layer({}), Layer({Overlay(5, 40, 0xFFFFFFFF), Plain(6, 41),
-                                                      Overlay(6, 42, 0xFFFFFFFF)})};
+  std::vector<StoreLayer> layers = {Layer({}),
+                                    Layer({Overlay(5, 40, 0xFFFFFFFF), Plain(6, 41), Overlay(6, 42, 0xFFFFFFFF)})};
   auto older = View(layers, 0);
   EXPECT_EQ(ReadOf(*older, 5 * kBlock, kBlock), VolumeBlock(5));
   EXPECT_EQ(ReadOf(*older, 6 * kBlock, kBlock), VolumeBlock(41));

@@ -111,8 +111,8 @@ TEST_F(VssRecordTest, RightOwnOffsetButWrongIdentifierIsAGuidMessage) {
   writer_.WritePage(page);
   auto record = Open(page.offset);
   EXPECT_EQ(record->PageCount(), 0u);
-  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(12, "Unexpected vss record guid."),
-                                                     Record(12, "Can't find last page.")}));
+  EXPECT_EQ(DrainErrors(),
+            (std::vector<ErrorRecord>{Record(12, "Unexpected vss record guid."), Record(12, "Can't find last page.")}));
 }
 
 TEST_F(VssRecordTest, OwnOffsetIsCheckedBeforeTheIdentifier) {
@@ -122,10 +122,9 @@ TEST_F(VssRecordTest, OwnOffsetIsCheckedBeforeTheIdentifier) {
   page.ownOffset = 0x4000;
   writer_.WritePage(page);
   Open(page.offset);
-  EXPECT_EQ(DrainErrors(),
-            (std::vector<ErrorRecord>{
-                Record(12, "Unexpected vss record native offset. Actual(1048576), was expected(16384)"),
-                Record(12, "Can't find last page.")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{
+                               Record(12, "Unexpected vss record native offset. Actual(1048576), was expected(16384)"),
+                               Record(12, "Can't find last page.")}));
 }
 
 TEST_F(VssRecordTest, UnreadablePageHeaderEmptiesTheRecord) {
@@ -165,8 +164,8 @@ TEST_F(VssRecordTest, ReadAt16255TakesOneByteFromEachOfTwoPages) {
   EXPECT_EQ(record->Read(bytes, 2, 0x3F7F), 2u);
   EXPECT_EQ(bytes[0], payload[16255]);
   EXPECT_EQ(bytes[1], payload[16256]);
-  EXPECT_EQ(writer_.Source()->Calls(), (std::vector<SparseSource::ReadCall>{{pages[0] + 128 + 16255, 1},
-                                                                            {pages[1] + 128, 1}}));
+  EXPECT_EQ(writer_.Source()->Calls(),
+            (std::vector<SparseSource::ReadCall>{{pages[0] + 128 + 16255, 1}, {pages[1] + 128, 1}}));
 }
 
 TEST_F(VssRecordTest, ReadPastTheLastPageReturnsZeroWithoutMessage) {
@@ -232,8 +231,8 @@ TEST_F(VssRecordTest, ShortSourceReadGoesOnAtTheNextPageWithoutRetrying) {
   writer.Source()->ForgetCalls();
   std::vector<uint8_t> bytes(150, 0xEE);
   EXPECT_EQ(record.Read(bytes.data(), 150, 50), 150u);
-  EXPECT_EQ(writer.Source()->Calls(), (std::vector<SparseSource::ReadCall>{{pages[0] + 128 + 50, 150},
-                                                                           {pages[1] + 128, 100}}));
+  EXPECT_EQ(writer.Source()->Calls(),
+            (std::vector<SparseSource::ReadCall>{{pages[0] + 128 + 50, 150}, {pages[1] + 128, 100}}));
   // 50 bytes of the first page, then the second page's first 100 bytes.
   EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.begin() + 50),
             std::vector<uint8_t>(payload.begin() + 50, payload.begin() + 100));

@@ -66,8 +66,7 @@ TEST_F(VssVolumeTest, OwnOffset0x2000GivesTheOffsetMessageWith8192) {
   header.catalogOffset = 0x104000;
   auto volume = Open(header);
   ExpectRejected(*volume);
-  EXPECT_EQ(DrainErrors(),
-            (std::vector<ErrorRecord>{Record(12, "Unexpected volume header offset. Actual(8192)")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(12, "Unexpected volume header offset. Actual(8192)")}));
 }
 
 TEST_F(VssVolumeTest, RecordType2GivesTheRecordTypeMessageWith2) {
@@ -76,8 +75,7 @@ TEST_F(VssVolumeTest, RecordType2GivesTheRecordTypeMessageWith2) {
   header.catalogOffset = 0x104000;
   auto volume = Open(header);
   ExpectRejected(*volume);
-  EXPECT_EQ(DrainErrors(),
-            (std::vector<ErrorRecord>{Record(12, "Unexpected volume header record type. Actual(2)")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(12, "Unexpected volume header record type. Actual(2)")}));
 }
 
 TEST_F(VssVolumeTest, OnlyTheFirstFailingCheckIsReported) {
@@ -90,16 +88,14 @@ TEST_F(VssVolumeTest, OnlyTheFirstFailingCheckIsReported) {
 
   header.identifier = StoreIdentifier();
   Open(header);
-  EXPECT_EQ(DrainErrors(),
-            (std::vector<ErrorRecord>{Record(12, "Unexpected volume header offset. Actual(8192)")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(12, "Unexpected volume header offset. Actual(8192)")}));
 }
 
 TEST_F(VssVolumeTest, OwnOffsetMessageShowsTheLow32Bits) {
   VolumeHeaderSpec header;
   header.ownOffset = 0x100001E01ull;
   Open(header);
-  EXPECT_EQ(DrainErrors(),
-            (std::vector<ErrorRecord>{Record(12, "Unexpected volume header offset. Actual(7681)")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(12, "Unexpected volume header offset. Actual(7681)")}));
 }
 
 TEST_F(VssVolumeTest, ShortHeaderReadFails) {

@@ -215,8 +215,7 @@ void ExpectReadsAsLineByLine(bool direct) {
       std::vector<uint8_t> expected(size, 0xA5);
       const uint64_t modelCount = model.Read(expected.data(), size, offset);
       const std::vector<ErrorRecord> modelErrors = DrainErrors();
-      const uint64_t count =
-          direct ? proxy.ReadDirect(got.data(), size, offset) : proxy.Read(got.data(), size, offset);
+      const uint64_t count = direct ? proxy.ReadDirect(got.data(), size, offset) : proxy.Read(got.data(), size, offset);
       ASSERT_EQ(count, modelCount) << "round " << round << ", read " << read;
       if (direct) {
         got.resize(count);

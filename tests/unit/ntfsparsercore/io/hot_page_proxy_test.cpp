@@ -163,9 +163,13 @@ TEST_F(HotPageProxyTest, VictimsMatchAFullScanForTheSmallestStamp) {
       proxy = pageOf[page];
     } else {
       proxy = 0;
-      for (std::size_t i = 1; i < stamp.size(); ++i) if (stamp[i] < stamp[proxy]) proxy = i;
+      for (std::size_t i = 1; i < stamp.size(); ++i)
+        if (stamp[i] < stamp[proxy]) proxy = i;
       for (auto it = pageOf.begin(); it != pageOf.end(); ++it) {
-        if (it->second == proxy) { pageOf.erase(it); break; }
+        if (it->second == proxy) {
+          pageOf.erase(it);
+          break;
+        }
       }
       pageOf[page] = proxy;
     }

@@ -23,8 +23,7 @@ using tolvartest::NtfsImageBuilder;
 class NtfsFileTest : public tolvartest::QueueTest {
  protected:
   std::shared_ptr<NtfsVolume> Open() {
-    std::shared_ptr<NtfsVolume> volume(
-        NtfsVolume::Create(std::make_shared<MemorySource>(builder_.Image()), 1 << 20));
+    std::shared_ptr<NtfsVolume> volume(NtfsVolume::Create(std::make_shared<MemorySource>(builder_.Image()), 1 << 20));
     EXPECT_TRUE(volume);
     return volume;
   }

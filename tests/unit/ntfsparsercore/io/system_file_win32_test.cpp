@@ -138,8 +138,7 @@ TEST_F(SystemFileWin32, ReadThatKeepsTimingOutIsAttemptedTenTimesWithDoublingWai
   SystemFile file(0x100, device);
   std::vector<uint8_t> buffer(512);
   EXPECT_EQ(file.Read(buffer.data(), 512, 0x123456789ull), 7u);
-  EXPECT_EQ(device.waits,
-            (std::vector<DWORD>{40, 80, 160, 320, 640, 1280, 2560, 5120, 10240, 20480}));
+  EXPECT_EQ(device.waits, (std::vector<DWORD>{40, 80, 160, 320, 640, 1280, 2560, 5120, 10240, 20480}));
   EXPECT_EQ(device.cancels, 10);
   EXPECT_EQ(device.overlappedResults, 0);
   EXPECT_EQ(device.resets, 10);

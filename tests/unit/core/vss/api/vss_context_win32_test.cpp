@@ -47,9 +47,9 @@ class FakeVssService : public IVssService {
   HRESULT initializeResult = S_OK;
   HRESULT contextResult = S_OK;
   HRESULT queryResult = S_OK;
-  HRESULT failNextAt = S_OK;     // with failingNext, the result of that Next
+  HRESULT failNextAt = S_OK;                  // with failingNext, the result of that Next
   std::size_t failingNext = ~std::size_t{0};  // index of the Next call that fails
-  HRESULT endResult = S_FALSE;   // the result that comes with a fetched count of 0
+  HRESULT endResult = S_FALSE;                // the result that comes with a fetched count of 0
   std::vector<Element> elements;
 
   std::vector<std::string> calls;
@@ -108,8 +108,7 @@ class FakeVssService : public IVssService {
   }
   void FreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) override {
     calls.push_back("Free");
-    freedDevices.push_back(properties->m_pwszSnapshotDeviceObject ? properties->m_pwszSnapshotDeviceObject
-                                                                   : L"(null)");
+    freedDevices.push_back(properties->m_pwszSnapshotDeviceObject ? properties->m_pwszSnapshotDeviceObject : L"(null)");
   }
   void ReleaseEnumerator() override { calls.push_back("ReleaseEnumerator"); }
   void ReleaseBackupComponents() override { calls.push_back("ReleaseBackupComponents"); }
@@ -178,8 +177,8 @@ TEST_F(VssServiceTest, ElementsOfOtherTypesAreSkippedAndNotFreed) {
 TEST_F(VssServiceTest, NoShadowCopiesGiveAnEmptyList) {
   SnapshotPropertiesList list = Collect();
   EXPECT_TRUE(list.empty());
-  EXPECT_EQ(service_.calls, (Calls{"Create", "InitializeForBackup", "SetContext", "Query", "Next",
-                                   "ReleaseEnumerator", "ReleaseBackupComponents"}));
+  EXPECT_EQ(service_.calls, (Calls{"Create", "InitializeForBackup", "SetContext", "Query", "Next", "ReleaseEnumerator",
+                                   "ReleaseBackupComponents"}));
 }
 
 TEST_F(VssServiceTest, CreateFailureEndsAtOnce) {
@@ -205,8 +204,7 @@ TEST_F(VssServiceTest, QueryFailureReleasesTheComponentsOnly) {
   service_.queryResult = E_UNEXPECTED;
   service_.elements = {SnapshotElement(1, L"a")};
   EXPECT_TRUE(Collect().empty());
-  EXPECT_EQ(service_.calls,
-            (Calls{"Create", "InitializeForBackup", "SetContext", "Query", "ReleaseBackupComponents"}));
+  EXPECT_EQ(service_.calls, (Calls{"Create", "InitializeForBackup", "SetContext", "Query", "ReleaseBackupComponents"}));
 }
 
 TEST_F(VssServiceTest, FirstNextFailureGivesAnEmptyList) {
@@ -214,8 +212,8 @@ TEST_F(VssServiceTest, FirstNextFailureGivesAnEmptyList) {
   service_.failingNext = 0;
   service_.failNextAt = E_FAIL;
   EXPECT_TRUE(Collect().empty());
-  EXPECT_EQ(service_.calls, (Calls{"Create", "InitializeForBackup", "SetContext", "Query", "Next",
-                                   "ReleaseEnumerator", "ReleaseBackupComponents"}));
+  EXPECT_EQ(service_.calls, (Calls{"Create", "InitializeForBackup", "SetContext", "Query", "Next", "ReleaseEnumerator",
+                                   "ReleaseBackupComponents"}));
 }
 
 TEST_F(VssServiceTest, LaterNextFailureKeepsTheElementsGathered) {

@@ -85,9 +85,9 @@ TEST_F(CatalogTest, DefinitionsOutOfCreationOrderAreSorted) {
 }
 
 TEST_F(CatalogTest, EqualCreationOrdersKeepCatalogOrder) {
-  Catalog catalog(CatalogRecord({DefinitionEntry(Id(5), 2, kMiB), DefinitionEntry(Id(3), 1, kMiB),
-                                 DefinitionEntry(Id(1), 2, kMiB), DefinitionEntry(Id(4), 1, kMiB),
-                                 DefinitionEntry(Id(2), 2, kMiB)}));
+  Catalog catalog(
+      CatalogRecord({DefinitionEntry(Id(5), 2, kMiB), DefinitionEntry(Id(3), 1, kMiB), DefinitionEntry(Id(1), 2, kMiB),
+                     DefinitionEntry(Id(4), 1, kMiB), DefinitionEntry(Id(2), 2, kMiB)}));
   EXPECT_EQ(DefinitionIds(catalog), (std::vector<Guid>{Id(3), Id(4), Id(5), Id(1), Id(2)}));
 }
 
@@ -149,8 +149,8 @@ TEST_F(CatalogTest, CatalogFillingItsRecordWithoutEndEntryKeepsItsEntries) {
 
 TEST_F(CatalogTest, UnreadableDefinitionBodyEndsTheCatalog) {
   uint64_t offset = writer_.AddRecord(
-      kTypeCatalog, Concat({DefinitionEntry(Id(2), 2, kMiB), DefinitionEntry(Id(1), 1, kMiB),
-                            DefinitionEntry(Id(3), 3, kMiB)}));
+      kTypeCatalog,
+      Concat({DefinitionEntry(Id(2), 2, kMiB), DefinitionEntry(Id(1), 1, kMiB), DefinitionEntry(Id(3), 3, kMiB)}));
   auto record = std::make_shared<VssRecord>(writer_.Source(), offset);
   writer_.Source()->FailReadsAt(offset + 128 + 2 * 128 + 8);  // the third entry's body
   Catalog catalog(record);
@@ -160,9 +160,9 @@ TEST_F(CatalogTest, UnreadableDefinitionBodyEndsTheCatalog) {
 }
 
 TEST_F(CatalogTest, UnreadableDeclarationBodyEndsTheCatalog) {
-  uint64_t offset = writer_.AddRecord(
-      kTypeCatalog, Concat({DefinitionEntry(Id(1), 1, kMiB), DeclarationEntry(Id(1), {}),
-                            DeclarationEntry(Id(2), {}), DefinitionEntry(Id(3), 3, kMiB)}));
+  uint64_t offset =
+      writer_.AddRecord(kTypeCatalog, Concat({DefinitionEntry(Id(1), 1, kMiB), DeclarationEntry(Id(1), {}),
+                                              DeclarationEntry(Id(2), {}), DefinitionEntry(Id(3), 3, kMiB)}));
   auto record = std::make_shared<VssRecord>(writer_.Source(), offset);
   writer_.Source()->FailReadsAt(offset + 128 + 2 * 128 + 8);
   Catalog catalog(record);
@@ -173,14 +173,14 @@ TEST_F(CatalogTest, UnreadableDeclarationBodyEndsTheCatalog) {
 }
 
 TEST_F(CatalogTest, UnreadableEntryTypeEndsTheCatalog) {
-  uint64_t offset = writer_.AddRecord(
-      kTypeCatalog, Concat({DefinitionEntry(Id(1), 1, kMiB), DefinitionEntry(Id(2), 2, kMiB)}));
+  uint64_t offset =
+      writer_.AddRecord(kTypeCatalog, Concat({DefinitionEntry(Id(1), 1, kMiB), DefinitionEntry(Id(2), 2, kMiB)}));
   auto record = std::make_shared<VssRecord>(writer_.Source(), offset);
   writer_.Source()->FailReadsAt(offset + 128 + 128);  // the second entry's type
   Catalog catalog(record);
   EXPECT_EQ(DefinitionIds(catalog), (std::vector<Guid>{Id(1)}));
-  EXPECT_EQ(DrainErrors(), (std::vector<ErrorRecord>{Record(1, "Failed to read page data."),
-                                                     Record(1, "Failed to read snapshot")}));
+  EXPECT_EQ(DrainErrors(),
+            (std::vector<ErrorRecord>{Record(1, "Failed to read page data."), Record(1, "Failed to read snapshot")}));
 }
 
 TEST_F(CatalogTest, FindDeclarationOfADuplicateIdentifierReturnsTheEarlierOne) {

@@ -58,7 +58,8 @@ class AttributeReadersTest : public tolvartest::QueueTest {
   AttributeReadersTest() : volume_(tolvartest::PatternBytes(300 * kCluster), 512, kCluster) {}
 
   std::shared_ptr<IReader> Reader(const AttributeFields& fields) {
-    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
+    auto record =
+        std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
     return factory_.Create(Attribute(nullptr, {record}));
   }
 
@@ -90,8 +91,8 @@ class AttributeReadersTest : public tolvartest::QueueTest {
     stored.insert(stored.end(), kAbcChunk.begin(), kAbcChunk.end());
     stored.resize(kCluster, 0);
     volume_.Put(8 * kCluster, stored);
-    return Reader(NonResident(2 * kUnit + 1000, {{1, 8, 1, 1}, {15, 0, 1, 0}, {16, 92, 1, 1}, {2, 100, 1, 1}},
-                              kCompressed));
+    return Reader(
+        NonResident(2 * kUnit + 1000, {{1, 8, 1, 1}, {15, 0, 1, 0}, {16, 92, 1, 1}, {2, 100, 1, 1}}, kCompressed));
   }
 
   MemoryVolume volume_;
@@ -157,9 +158,9 @@ TEST_F(AttributeReadersTest, PlainReadOfAResidentValueReadsTheRecord) {
 
 TEST_F(AttributeReadersTest, PlainExtentsFollowTheRunsAndEndAtTheSize) {
   auto reader = Reader(NonResident(3 * kCluster + 10, {{2, 40, 1, 1}, {1, 0, 1, 0}, {4, 10, 1, 1}, {9, 1, 1, 1}}));
-  EXPECT_EQ(reader->GetExtents(), (ExtentList{{2 * kCluster, 40 * kCluster, 2 * kCluster},
-                                              {kCluster, 0, kCluster},
-                                              {10, 50 * kCluster, 10}}));
+  EXPECT_EQ(
+      reader->GetExtents(),
+      (ExtentList{{2 * kCluster, 40 * kCluster, 2 * kCluster}, {kCluster, 0, kCluster}, {10, 50 * kCluster, 10}}));
 }
 
 TEST_F(AttributeReadersTest, TwentyClustersThenTwelveSparseGiveAStoredUnitAndACompressedUnit) {
@@ -175,8 +176,7 @@ TEST_F(AttributeReadersTest, RemainderWithAShortSparseRunAbsorbsItWhole) {
 
 TEST_F(AttributeReadersTest, PartlyAbsorbedSparseRunKeepsItsStoredSizeAndIsCutInTurn) {
   auto reader = Reader(NonResident(24 * kCluster, {{4, 50, 1, 1}, {20, 0, 1, 0}}, kCompressed));
-  EXPECT_EQ(reader->GetExtents(),
-            (ExtentList{{kUnit, 50 * kCluster, 4 * kCluster}, {8 * kCluster, 0, 20 * kCluster}}));
+  EXPECT_EQ(reader->GetExtents(), (ExtentList{{kUnit, 50 * kCluster, 4 * kCluster}, {8 * kCluster, 0, 20 * kCluster}}));
 }
 
 TEST_F(AttributeReadersTest, SparseRunLongerThanAUnitGivesSparseUnits) {
@@ -186,9 +186,9 @@ TEST_F(AttributeReadersTest, SparseRunLongerThanAUnitGivesSparseUnits) {
 
 TEST_F(AttributeReadersTest, CompressedFileReadsExpandedStoredAndTailUnits) {
   auto reader = CompressedFile();
-  EXPECT_EQ(reader->GetExtents(), (ExtentList{{kUnit, 8 * kCluster, kCluster},
-                                              {kUnit, 100 * kCluster, kUnit},
-                                              {1000, 200 * kCluster, 1000}}));
+  EXPECT_EQ(
+      reader->GetExtents(),
+      (ExtentList{{kUnit, 8 * kCluster, kCluster}, {kUnit, 100 * kCluster, kUnit}, {1000, 200 * kCluster, 1000}}));
   Bytes expected = Abc(4096);
   const Bytes second = Abc(4096);
   expected.insert(expected.end(), second.begin(), second.end());
@@ -303,15 +303,16 @@ TEST_F(AttributeReadersTest, ReadFarIntoAHugeSparseFilePassesOverItsUnitsWithout
   // A petabyte of sparse units behind one stored unit; reading the stored
   // unit at the end takes no time although the units before it are many.
   const uint64_t sparseClusters = (uint64_t{1} << 50) / kCluster;
-  auto reader = Reader(NonResident((uint64_t{1} << 50) + kUnit,
-                                   {{sparseClusters, 0, 8, 0}, {16, 100, 1, 1}}, kCompressed));
+  auto reader =
+      Reader(NonResident((uint64_t{1} << 50) + kUnit, {{sparseClusters, 0, 8, 0}, {16, 100, 1, 1}}, kCompressed));
   EXPECT_EQ(ReadAll(*reader, 64, (uint64_t{1} << 50) + 10), VolumeBytes(100 * kCluster + 10, 64));
 }
 
 TEST_F(AttributeReadersTest, RunPastTheVolumeEndIsPassedOverAfterItsFirstUnit) {
   // A damaged run of 2^40 clusters beyond the volume, then a stored unit.
   const uint64_t clusters = uint64_t{1} << 40;
-  auto reader = Reader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}}, kCompressed));
+  auto reader =
+      Reader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}}, kCompressed));
   Bytes buffer(kUnit);
   volume_.ForgetCalls();
   // The units past the end add nothing, so the next run's bytes come first.
@@ -341,8 +342,8 @@ TEST_F(AttributeReadersTest, HugeSparseCompressedFileListsItsFarSparseUnitsAsOne
   // clusters (18.75 units). Units are listed one by one up to the volume's
   // size; the rest of the sparse run is one extent, so positions still add up.
   const uint64_t sparseClusters = (uint64_t{1} << 50) / kCluster;
-  auto reader = Reader(NonResident((uint64_t{1} << 50) + kUnit,
-                                   {{sparseClusters, 0, 8, 0}, {16, 100, 1, 1}}, kCompressed));
+  auto reader =
+      Reader(NonResident((uint64_t{1} << 50) + kUnit, {{sparseClusters, 0, 8, 0}, {16, 100, 1, 1}}, kCompressed));
   const auto extents = reader->GetExtents();
   ASSERT_EQ(extents.size(), 19u + 1 + 1);
   for (std::size_t i = 0; i < 19; ++i) EXPECT_EQ(extents[i], (Extent{kUnit, 0, kUnit}));
@@ -353,7 +354,8 @@ TEST_F(AttributeReadersTest, HugeSparseCompressedFileListsItsFarSparseUnitsAsOne
 
 TEST_F(AttributeReadersTest, RunStoredPastTheVolumeEndIsListedAsOneExtentAfterItsFirstUnit) {
   const uint64_t clusters = uint64_t{1} << 40;
-  auto reader = Reader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}}, kCompressed));
+  auto reader =
+      Reader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}}, kCompressed));
   const auto extents = reader->GetExtents();
   ASSERT_EQ(extents.size(), 3u);
   EXPECT_EQ(extents[0], (Extent{kUnit, 1000 * kCluster, kUnit}));
@@ -382,7 +384,8 @@ class ClaimingVolume : public MemoryVolume {
 class ClaimingVolumeReadersTest : public AttributeReadersTest {
  protected:
   std::shared_ptr<IReader> ClaimingReader(const AttributeFields& fields) {
-    auto record = std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
+    auto record =
+        std::make_shared<AttributeRecord>(std::make_shared<MemorySource>(tolvartest::AttributeBytes(fields)), 0);
     return claimingFactory_.Create(Attribute(nullptr, {record}));
   }
 
@@ -394,19 +397,21 @@ TEST_F(ClaimingVolumeReadersTest, RunPastTheSourceEndIsPassedOverAfterItsFirstUn
   // A damaged run of 2^30 64 KiB units inside the claimed volume but past
   // its source, then a stored unit: each unit would be read and fail.
   const uint64_t clusters = uint64_t{1} << 34;
-  auto reader = ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}},
-                                           kCompressed));
+  auto reader =
+      ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}}, kCompressed));
   Bytes buffer(kUnit);
   claiming_.ForgetCalls();
   EXPECT_EQ(reader->Read(buffer.data(), kUnit, 0), kUnit);
-  EXPECT_EQ(buffer, Bytes(claiming_.Bytes().begin() + 100 * kCluster, claiming_.Bytes().begin() + 100 * kCluster + kUnit));
-  EXPECT_EQ(claiming_.Calls(), (std::vector<MemoryVolume::ReadCall>{{1000 * kCluster, kUnit}, {100 * kCluster, kUnit}}));
+  EXPECT_EQ(buffer,
+            Bytes(claiming_.Bytes().begin() + 100 * kCluster, claiming_.Bytes().begin() + 100 * kCluster + kUnit));
+  EXPECT_EQ(claiming_.Calls(),
+            (std::vector<MemoryVolume::ReadCall>{{1000 * kCluster, kUnit}, {100 * kCluster, kUnit}}));
 }
 
 TEST_F(ClaimingVolumeReadersTest, RunStoredPastTheSourceEndIsListedAsOneExtentAfterItsFirstUnit) {
   const uint64_t clusters = uint64_t{1} << 34;
-  auto reader = ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}},
-                                           kCompressed));
+  auto reader =
+      ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 1000, 8, 2}, {16, -900, 1, 2}}, kCompressed));
   const auto extents = reader->GetExtents();
   ASSERT_EQ(extents.size(), 3u);
   EXPECT_EQ(extents[0], (Extent{kUnit, 1000 * kCluster, kUnit}));
@@ -419,8 +424,8 @@ TEST_F(ClaimingVolumeReadersTest, SparseUnitsPastTheSourceSizeAreListedAsOneExte
   // 2^34 sparse clusters: units are listed one by one up to the source's
   // 18.75 units, not up to the claimed petabyte.
   const uint64_t clusters = uint64_t{1} << 34;
-  auto reader = ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 0, 8, 0}, {16, 100, 1, 1}},
-                                           kCompressed));
+  auto reader =
+      ClaimingReader(NonResident(clusters * kCluster + kUnit, {{clusters, 0, 8, 0}, {16, 100, 1, 1}}, kCompressed));
   const auto extents = reader->GetExtents();
   ASSERT_EQ(extents.size(), 19u + 1 + 1);
   const uint64_t rest = clusters * kCluster - 19 * kUnit;

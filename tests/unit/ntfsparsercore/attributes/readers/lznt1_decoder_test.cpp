@@ -46,8 +46,8 @@ TEST(Lznt1DecoderTest, CopyTokensRepeatOverlappingPatterns) {
 TEST(Lznt1DecoderTest, DisplacementAndLengthSplitMovesWithThePosition) {
   // 17 literals (p = 17, k = 1), then a token of displacement 17 (16 << 11)
   // and length 5 (2 + 3): the split is 11 bits of length, 5 of displacement.
-  Bytes chunk = {0, 0, 0x00, 'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 0x00, 'I', 'J', 'K', 'L', 'M', 'N', 'O', 'P',
-                 0x02, 'Q', 0x02, 0x80};
+  Bytes chunk = {0,   0,   0x00, 'A', 'B', 'C', 'D', 'E', 'F',  'G', 'H',  0x00,
+                 'I', 'J', 'K',  'L', 'M', 'N', 'O', 'P', 0x02, 'Q', 0x02, 0x80};
   chunk[0] = static_cast<uint8_t>(chunk.size() - 3);
   chunk[1] = 0xB0;
   Bytes out(64, 0);
