@@ -5,10 +5,14 @@
 #include <string>
 #include <utility>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "api/tracking_handle.h"
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 #include "tolvar/tolvar.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::kErrorIo;
+using tolvarcommon::ReportError;
 
 namespace {
 
@@ -37,7 +41,7 @@ int64_t OpenHandle(TrackingHandle& handle, const std::string& volumePath, const 
     ReportError(kErrorIo, "Can't open storage");
     return kWorkerBadArgument;
   }
-  auto context = std::make_unique<tolvarcore::vss::api::VssContext>(storage);
+  auto context = std::make_unique<tolvarcore::vss::service::VssContext>(storage);
   auto identifiers = std::make_unique<std::pair<std::string, std::string>>(from, to);
   return handle.blockProcessor->Compute(*context, *handle.volumeProvider, volume, storage, *identifiers);
 }

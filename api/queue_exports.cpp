@@ -2,8 +2,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "tolvar/tolvar.h"
+
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::PopError;
 
 extern "C" int32_t GetNextError(uint32_t* code_out, char* buffer, uint64_t bufferSize) {
   ErrorRecord record;

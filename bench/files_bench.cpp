@@ -35,12 +35,17 @@
 #include <string>
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "bench/support/files/bench_handle.h"
 #include "bench/support/files/bench_volume.h"
 #include "bench/support/files/peak_memory.h"
 #include "ntfsparsercore/path_lookup.h"
 #include "tolvar/tolvar.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::PopError;
 
 namespace {
 

@@ -7,15 +7,19 @@
 #include <cstdio>
 #include <memory>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "cli/error_report.h"
 #include "cli/exit_code.h"
 #include "cli/json_text.h"
 #include "core/volume_provider.h"
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 #include "core/vss/record_head.h"
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot_sequence.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::kErrorIo;
+using tolvarcommon::ReportError;
 
 namespace tolvarcli {
 
@@ -31,7 +35,7 @@ struct ShadowCopyRow {
   uint64_t volumeSize;  // bytes, from the catalog's definition
 };
 
-Guid ShadowCopyOf(tolvarcore::vss::api::VssContext& context, const tolvarcore::vss::RecordHead& head) {
+Guid ShadowCopyOf(tolvarcore::vss::service::VssContext& context, const tolvarcore::vss::RecordHead& head) {
   for (const auto& properties : context.GetSnapshots()) {
     if (properties.setIdentifier == head.setIdentifier) return properties.snapshotIdentifier;
   }
@@ -80,7 +84,7 @@ int ListCommand::Run(const CommandLine& arguments) {
     return kExitLibrary;
   }
   tolvarcore::vss::records::Catalog catalog(storage->OpenRecord(storage->GetCatalogOffset()));
-  tolvarcore::vss::api::VssContext context(storage);
+  tolvarcore::vss::service::VssContext context(storage);
   std::vector<ShadowCopyRow> rows;
   for (const auto& snapshot : tolvarcore::vss::BuildSnapshotList(catalog)) {
     auto record = storage->OpenRecord(snapshot->GetHeaderOffset());

@@ -2,9 +2,11 @@
 
 #include <memory>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "cli/error_report.h"
 #include "ntfsparsercore/io/source_factory.h"
+
+using tolvarcommon::ScopedErrorQueueSuspension;
 
 namespace tolvarcli {
 

@@ -4,6 +4,7 @@
 # the static core library.
 file(GLOB_RECURSE _tolvar_all CONFIGURE_DEPENDS
   ${CMAKE_SOURCE_DIR}/api/*.cpp
+  ${CMAKE_SOURCE_DIR}/common/*.cpp
   ${CMAKE_SOURCE_DIR}/core/*.cpp
   ${CMAKE_SOURCE_DIR}/ntfsparsercore/*.cpp)
 

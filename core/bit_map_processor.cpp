@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::ReportError;
 
 namespace tolvarcore {
 

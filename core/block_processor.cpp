@@ -3,7 +3,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "core/bit_map_processor.h"
 #include "core/volume_provider.h"
 #include "core/vss/mark_indexed_blocks.h"
@@ -11,6 +11,11 @@
 #include "core/vss/snapshot_sequence.h"
 #include "core/vss/vss_volume.h"
 #include "ntfsparsercore/io/cache_proxy.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::kErrorStore;
+using tolvarcommon::ReportCodedError;
+using tolvarcommon::ReportError;
 
 namespace tolvarcore {
 
@@ -54,7 +59,7 @@ uint64_t StoreBitmapBytes(uint64_t size) {
 
 }  // namespace
 
-int64_t BlockProcessor::Compute(vss::api::VssContext& context, VolumeProvider& volumeProvider,
+int64_t BlockProcessor::Compute(vss::service::VssContext& context, VolumeProvider& volumeProvider,
                                 const std::shared_ptr<vss::VssVolume>& volume,
                                 const std::shared_ptr<vss::VssVolume>& storage,
                                 const std::pair<std::string, std::string>& identifiers) {

@@ -17,7 +17,7 @@ namespace tolvarcore {
 class VolumeProvider;
 namespace vss {
 class VssVolume;
-namespace api {
+namespace service {
 class VssContext;
 }
 }  // namespace vss
@@ -47,7 +47,7 @@ class BlockProcessor {
   // Builds the changed-block and comparison bitmaps between the two
   // shadow copies that identifiers names (from, to), and opens both shadow
   // copies. 0, or kFailed with the reason on the error queue.
-  virtual int64_t Compute(vss::api::VssContext& context, VolumeProvider& volumeProvider,
+  virtual int64_t Compute(vss::service::VssContext& context, VolumeProvider& volumeProvider,
                           const std::shared_ptr<vss::VssVolume>& volume, const std::shared_ptr<vss::VssVolume>& storage,
                           const std::pair<std::string, std::string>& identifiers);
 

@@ -1,7 +1,10 @@
 #include "ntfsparsercore/attribute.h"
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/attributes/readers/readers_factory.h"
+
+using tolvarcommon::kErrorInvalid;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 

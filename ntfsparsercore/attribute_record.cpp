@@ -2,9 +2,12 @@
 
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/utf16_name.h"
+
+using tolvarcommon::kErrorFormat;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 

@@ -5,10 +5,15 @@
 #include <string>
 #include <tuple>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/attribute_list_entry.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/mft_table.h"
+
+using tolvarcommon::kErrorFormat;
+using tolvarcommon::kErrorInvalid;
+using tolvarcommon::Low32;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 

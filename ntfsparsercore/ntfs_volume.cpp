@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <cstring>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/io/hot_page_proxy.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/io/ntfs_file.h"
 #include "ntfsparsercore/mft_record.h"
+
+using tolvarcommon::kErrorInvalid;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 

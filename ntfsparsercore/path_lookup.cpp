@@ -3,11 +3,17 @@
 #include <cctype>
 #include <sstream>
 
-#include "api/error_queue.h"
-#include "api/error_recorder.h"
+#include "common/error_queue.h"
+#include "common/error_recorder.h"
 #include "ntfsparsercore/index_block_map.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/utf16_name.h"
+
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::ErrorRecorder;
+using tolvarcommon::kErrorInvalid;
+using tolvarcommon::ReplayErrors;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 

@@ -1,7 +1,10 @@
 #include "ntfsparsercore/usn_controller.h"
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/io/little_endian.h"
+
+using tolvarcommon::kErrorFormat;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 

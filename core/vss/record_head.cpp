@@ -1,6 +1,9 @@
 #include "core/vss/record_head.h"
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::ReportError;
 
 namespace tolvarcore {
 namespace vss {

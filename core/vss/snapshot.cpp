@@ -1,6 +1,9 @@
 #include "core/vss/snapshot.h"
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
+
+using tolvarcommon::kErrorStore;
+using tolvarcommon::ReportCodedError;
 
 namespace tolvarcore {
 namespace vss {

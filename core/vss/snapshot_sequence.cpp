@@ -1,7 +1,12 @@
 #include "core/vss/snapshot_sequence.h"
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "core/vss/record_head.h"
+
+using tolvarcommon::kErrorNoEnd;
+using tolvarcommon::kErrorNoStart;
+using tolvarcommon::kErrorStore;
+using tolvarcommon::ReportCodedError;
 
 namespace tolvarcore {
 namespace vss {
@@ -20,10 +25,10 @@ SnapshotList BuildSnapshotList(const records::Catalog& catalog) {
   return list;
 }
 
-bool BuildSnapshotSequence(const SnapshotSequenceRequest& request, api::VssContext& context, const VssVolume& volume,
-                           SnapshotList* list) {
-  const api::SnapshotProperties start = context.GetSnapshotProperties(request.first);
-  const api::SnapshotProperties end = context.GetSnapshotProperties(request.second);
+bool BuildSnapshotSequence(const SnapshotSequenceRequest& request, service::VssContext& context,
+                           const VssVolume& volume, SnapshotList* list) {
+  const service::SnapshotProperties start = context.GetSnapshotProperties(request.first);
+  const service::SnapshotProperties end = context.GetSnapshotProperties(request.second);
   const std::string startKey = start.setIdentifier.ToString();
   const std::string endKey = end.setIdentifier.ToString();
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot.h"
 #include "core/vss/vss_volume.h"
@@ -33,8 +33,8 @@ SnapshotList BuildSnapshotList(const records::Catalog& catalog);
 // set identifier of its store header record. The first snapshot gets the
 // start's device object name, the last the end's. On failure the list is
 // emptied, the reason reported (codes 12, 13, 14), and false returned.
-bool BuildSnapshotSequence(const SnapshotSequenceRequest& request, api::VssContext& context, const VssVolume& volume,
-                           SnapshotList* list);
+bool BuildSnapshotSequence(const SnapshotSequenceRequest& request, service::VssContext& context,
+                           const VssVolume& volume, SnapshotList* list);
 
 }  // namespace vss
 }  // namespace tolvarcore

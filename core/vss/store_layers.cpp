@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "core/vss/block_descriptor.h"
 #include "core/vss/vss_record.h"
+
+using tolvarcommon::ScopedErrorQueueSuspension;
 
 namespace tolvarcore {
 namespace vss {

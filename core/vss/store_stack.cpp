@@ -1,11 +1,13 @@
 #include "core/vss/store_stack.h"
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot_sequence.h"
 #include "core/vss/store_snapshot_source.h"
 #include "core/vss/vss_record.h"
 #include "ntfsparsercore/io/cache_proxy.h"
+
+using tolvarcommon::ScopedErrorQueueSuspension;
 
 namespace tolvarcore {
 namespace vss {

@@ -4,9 +4,15 @@
 #include <set>
 #include <utility>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "core/vss/guid.h"
 #include "ntfsparsercore/io/little_endian.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::kErrorStore;
+using tolvarcommon::Low32;
+using tolvarcommon::ReportCodedError;
+using tolvarcommon::ReportError;
 
 namespace tolvarcore {
 namespace vss {

@@ -2,8 +2,14 @@
 
 #include <utility>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/io/little_endian.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::kErrorStore;
+using tolvarcommon::Low32;
+using tolvarcommon::ReportCodedError;
+using tolvarcommon::ReportError;
 
 namespace tolvarcore {
 namespace vss {

@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::Low32;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 namespace io {

@@ -1,6 +1,9 @@
 #include "ntfsparsercore/io/system_file.h"
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
+
+using tolvarcommon::kErrorInvalid;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 namespace io {

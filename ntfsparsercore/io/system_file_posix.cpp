@@ -10,9 +10,12 @@
 
 #include <algorithm>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/io/system_file.h"
 #include "ntfsparsercore/io/system_file_api_posix.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 namespace io {

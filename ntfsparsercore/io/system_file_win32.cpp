@@ -4,10 +4,13 @@
 
 #include <cstring>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/io/system_file.h"
 #include "ntfsparsercore/io/system_file_api_win32.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::ReportError;
 
 namespace ntfsparsercore {
 namespace io {

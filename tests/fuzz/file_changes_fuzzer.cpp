@@ -13,10 +13,15 @@
 #include <cstdio>
 #include <memory>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "tests/fuzz/file_changes_handle.h"
 #include "tests/fuzz/file_changes_input.h"
 #include "tests/fuzz/file_exports_workload.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::PopError;
 
 namespace {
 

@@ -37,9 +37,9 @@
 #include <string>
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "api/tracking_handle.h"
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 #include "tests/fixtures/fake_source_factory.h"
 #include "tests/fixtures/file_volume_images.h"
 #include "tests/fixtures/memory_source.h"
@@ -53,6 +53,11 @@
 #include "tests/fuzz/partition_file_source.h"
 #include "tests/fuzz/recording_source.h"
 #include "tests/fuzz/sparse_volume_input.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::PopError;
 
 namespace {
 
@@ -394,7 +399,7 @@ std::unique_ptr<TrackingHandle> InitOnImage(const std::shared_ptr<tolvarfuzz::Re
   if (!volume) return nullptr;
   std::shared_ptr<tolvarcore::vss::VssVolume> storage = handle->volumeProvider->FindStorage(volume);
   if (!storage) return nullptr;
-  tolvarcore::vss::api::VssContext context(storage);
+  tolvarcore::vss::service::VssContext context(storage);
   const std::pair<std::string, std::string> identifiers(vss::Id(0x101).ToString(), vss::Id(0x102).ToString());
   if (handle->blockProcessor->Compute(context, *handle->volumeProvider, volume, storage, identifiers) != 0) {
     return nullptr;

@@ -8,10 +8,15 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 #include "tests/fuzz/ntfs_workload.h"
 #include "tests/fuzz/sparse_volume_input.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::PopError;
 
 namespace {
 constexpr uint64_t kVolumeUnits = 128;  // the image builder's 128 clusters

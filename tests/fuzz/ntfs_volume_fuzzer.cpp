@@ -6,9 +6,14 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "tests/fuzz/ntfs_workload.h"
 #include "tests/fuzz/sparse_volume_input.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::PopError;
 
 namespace {
 constexpr uint64_t kMaxUnits = uint64_t{1} << 20;  // 4 GiB

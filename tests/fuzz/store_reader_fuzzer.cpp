@@ -11,7 +11,7 @@
 #include <memory>
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "core/bit_map.h"
 #include "core/vss/mark_indexed_blocks.h"
 #include "core/vss/records/catalog.h"
@@ -20,6 +20,11 @@
 #include "core/vss/store_stack.h"
 #include "core/vss/vss_volume.h"
 #include "tests/fuzz/sparse_volume_input.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::PopError;
 
 namespace {
 

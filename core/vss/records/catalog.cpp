@@ -2,8 +2,11 @@
 
 #include <algorithm>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/io/little_endian.h"
+
+using tolvarcommon::kErrorIo;
+using tolvarcommon::ReportError;
 
 namespace tolvarcore {
 namespace vss {

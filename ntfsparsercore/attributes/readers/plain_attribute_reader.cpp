@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "api/error_recorder.h"
+#include "common/error_recorder.h"
+
+using tolvarcommon::ErrorRecorder;
+using tolvarcommon::ReplayErrors;
 
 namespace ntfsparsercore {
 namespace attributes {

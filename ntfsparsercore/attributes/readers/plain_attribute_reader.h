@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "ntfsparsercore/attribute.h"
 #include "ntfsparsercore/attributes/readers/i_reader.h"
 #include "ntfsparsercore/i_volume.h"
@@ -41,12 +41,12 @@ class PlainAttributeReader : public IReader {
   // failed while decoding, in which case the next use decodes anew.
   const RunList& Runs();
 
-  IVolume* volume_;                          // reads volume bytes; its cluster size scales runs
-  Attribute attribute_;                      // the attribute being read
-  bool decoded_ = false;                     // runs_ holds the run list, to be used again
-  RunList runs_;                             // the runs, in record order
-  std::vector<uint64_t> runEnds_;            // byte position in the value where each run ends
-  std::vector<ErrorRecord> decodeMessages_;  // what decoding the run list reported
+  IVolume* volume_;                                        // reads volume bytes; its cluster size scales runs
+  Attribute attribute_;                                    // the attribute being read
+  bool decoded_ = false;                                   // runs_ holds the run list, to be used again
+  RunList runs_;                                           // the runs, in record order
+  std::vector<uint64_t> runEnds_;                          // byte position in the value where each run ends
+  std::vector<tolvarcommon::ErrorRecord> decodeMessages_;  // what decoding the run list reported
 };
 
 }  // namespace readers

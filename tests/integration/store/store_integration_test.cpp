@@ -23,10 +23,10 @@
 #include <string>
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "core/bit_map.h"
 #include "core/bit_map_processor.h"
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 #include "core/vss/mark_indexed_blocks.h"
 #include "core/vss/record_head.h"
 #include "core/vss/records/catalog.h"
@@ -37,6 +37,8 @@
 #include "ntfsparsercore/io/source_factory.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/offset_source.h"
+
+using tolvarcommon::ErrorRecord;
 
 namespace {
 
@@ -49,8 +51,8 @@ using tolvarcore::vss::RecordHead;
 using tolvarcore::vss::SnapshotList;
 using tolvarcore::vss::VssRecord;
 using tolvarcore::vss::VssVolume;
-using tolvarcore::vss::api::VssContext;
 using tolvarcore::vss::records::Catalog;
+using tolvarcore::vss::service::VssContext;
 using tolvartest::DrainErrors;
 using tolvartest::Record;
 

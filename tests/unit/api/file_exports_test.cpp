@@ -12,6 +12,8 @@
 #include "tests/fixtures/file_volume_images.h"
 #include "tolvar/tolvar.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using tolvarcore::BitMap;

@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "tests/fixtures/allocation_counter.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/temp_volume_file.h"
 #include "tests/fixtures/vss_store_builder.h"
 #include "tolvar/tolvar.h"
+
+using tolvarcommon::ErrorRecord;
 
 namespace {
 

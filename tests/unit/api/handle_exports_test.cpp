@@ -6,11 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/temp_volume_file.h"
 #include "tests/fixtures/vss_store_builder.h"
 #include "tolvar/tolvar.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::kErrorIo;
+using tolvarcommon::ReportError;
 
 namespace {
 

@@ -6,6 +6,15 @@
 
 #include "tests/fixtures/error_queue_test.h"
 
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::kErrorInvalid;
+using tolvarcommon::kErrorIo;
+using tolvarcommon::kErrorNoEnd;
+using tolvarcommon::kErrorStore;
+using tolvarcommon::kMaxMessageLength;
+using tolvarcommon::ReportCodedError;
+using tolvarcommon::ReportError;
+
 namespace tolvarcli {
 namespace {
 

@@ -12,6 +12,8 @@
 #include "tests/fixtures/fake_source_factory.h"
 #include "tests/fixtures/vss_store_builder.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using tolvarcore::VolumeEnumerator;

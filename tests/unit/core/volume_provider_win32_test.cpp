@@ -15,6 +15,10 @@
 #include "tests/fixtures/fake_source_factory.h"
 #include "tests/fixtures/vss_store_builder.h"
 
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using tolvarcore::VolumeEnumerator;

@@ -11,6 +11,8 @@
 #include "tests/fixtures/memory_source.h"
 #include "tests/fixtures/ntfs_builder.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using ntfsparsercore::AttributeRecord;

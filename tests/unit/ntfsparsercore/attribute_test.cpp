@@ -13,6 +13,8 @@
 #include "tests/fixtures/memory_volume.h"
 #include "tests/fixtures/ntfs_builder.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using ntfsparsercore::Attribute;

@@ -12,6 +12,8 @@
 #include "tests/fixtures/memory_source.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using ntfsparsercore::FindFile;

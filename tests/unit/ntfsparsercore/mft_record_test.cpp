@@ -16,6 +16,8 @@
 #include "tests/fixtures/memory_volume.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using ntfsparsercore::MftRecord;

@@ -13,6 +13,8 @@
 #include "tests/fixtures/memory_source.h"
 #include "tests/fixtures/ntfs_image_builder.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using ntfsparsercore::NtfsVolume;

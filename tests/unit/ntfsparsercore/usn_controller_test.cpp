@@ -10,6 +10,8 @@
 #include "tests/fixtures/memory_volume.h"
 #include "tests/fixtures/ntfs_builder.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using ntfsparsercore::UsnController;

@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/vss_store_builder.h"
+
+using tolvarcommon::ErrorRecord;
 
 namespace {
 
@@ -18,10 +20,10 @@ using tolvarcore::vss::BuildSnapshotSequence;
 using tolvarcore::vss::Guid;
 using tolvarcore::vss::SnapshotList;
 using tolvarcore::vss::VssVolume;
-using tolvarcore::vss::api::SnapshotProperties;
-using tolvarcore::vss::api::SnapshotPropertiesList;
-using tolvarcore::vss::api::VssContext;
 using tolvarcore::vss::records::Catalog;
+using tolvarcore::vss::service::SnapshotProperties;
+using tolvarcore::vss::service::SnapshotPropertiesList;
+using tolvarcore::vss::service::VssContext;
 using tolvartest::DrainErrors;
 using tolvartest::Record;
 using namespace tolvartest::vss;

@@ -6,14 +6,18 @@
 #include <random>
 #include <vector>
 
-#include "api/error_queue.h"
-#include "api/error_recorder.h"
+#include "common/error_queue.h"
+#include "common/error_recorder.h"
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot_sequence.h"
 #include "core/vss/store_stack.h"
 #include "ntfsparsercore/io/i_source.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/vss_store_builder.h"
+
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::ErrorRecorder;
+using tolvarcommon::ReportError;
 
 namespace {
 

@@ -8,6 +8,8 @@
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/vss_store_builder.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using tolvarcore::vss::VssRecord;

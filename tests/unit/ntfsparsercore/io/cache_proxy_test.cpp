@@ -13,6 +13,11 @@
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/fault_source.h"
 
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::kErrorIo;
+using tolvarcommon::Low32;
+using tolvarcommon::ReportError;
+
 namespace {
 
 using ntfsparsercore::io::CacheProxy;

@@ -10,6 +10,8 @@
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/fault_source.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using ntfsparsercore::io::HotPageProxy;

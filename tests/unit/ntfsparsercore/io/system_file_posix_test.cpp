@@ -14,6 +14,8 @@
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/memory_source.h"
 
+using tolvarcommon::ErrorRecord;
+
 namespace {
 
 using ntfsparsercore::io::SystemFile;

@@ -1,4 +1,4 @@
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +7,18 @@
 
 #include "tests/fixtures/error_queue_test.h"
 #include "tolvar/tolvar.h"
+
+using tolvarcommon::CreateErrorQueue;
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::kErrorInvalid;
+using tolvarcommon::kErrorIo;
+using tolvarcommon::kErrorNoEnd;
+using tolvarcommon::kErrorNoStart;
+using tolvarcommon::kErrorStore;
+using tolvarcommon::Low32;
+using tolvarcommon::ReportCodedError;
+using tolvarcommon::ReportError;
 
 namespace {
 

@@ -1,8 +1,16 @@
 #include <gtest/gtest.h>
 
-#include "api/error_queue.h"
-#include "api/error_recorder.h"
+#include "common/error_queue.h"
+#include "common/error_recorder.h"
 #include "tests/fixtures/error_queue_test.h"
+
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::ErrorRecorder;
+using tolvarcommon::PopError;
+using tolvarcommon::ReportCodedError;
+using tolvarcommon::ReportError;
+using tolvarcommon::ScopedErrorQueueSuspension;
 
 namespace {
 

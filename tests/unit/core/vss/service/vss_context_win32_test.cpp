@@ -10,20 +10,20 @@
 #include <string>
 #include <vector>
 
-#include "core/vss/api/vss_context.h"
-#include "core/vss/api/vss_service_win32.h"
+#include "core/vss/service/vss_context.h"
+#include "core/vss/service/vss_service_win32.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/vss_store_builder.h"
 
 namespace {
 
 using tolvarcore::vss::Guid;
-using tolvarcore::vss::api::CollectFromService;
-using tolvarcore::vss::api::IVssService;
-using tolvarcore::vss::api::SnapshotProperties;
-using tolvarcore::vss::api::SnapshotPropertiesList;
-using tolvarcore::vss::api::VssContext;
-using tolvarcore::vss::api::WideToUtf8;
+using tolvarcore::vss::service::CollectFromService;
+using tolvarcore::vss::service::IVssService;
+using tolvarcore::vss::service::SnapshotProperties;
+using tolvarcore::vss::service::SnapshotPropertiesList;
+using tolvarcore::vss::service::VssContext;
+using tolvarcore::vss::service::WideToUtf8;
 using tolvartest::vss::Id;
 
 GUID AsGuid(const Guid& guid) {

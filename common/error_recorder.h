@@ -2,13 +2,15 @@
 // queue exists, so that a result worked out once can be used again with
 // the same messages reported again, in the same order, as redoing the work
 // would report them.
-#ifndef TOLVAR_API_ERROR_RECORDER_H_
-#define TOLVAR_API_ERROR_RECORDER_H_
+#ifndef TOLVAR_COMMON_ERROR_RECORDER_H_
+#define TOLVAR_COMMON_ERROR_RECORDER_H_
 
 #include <cstdint>
 #include <vector>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
+
+namespace tolvarcommon {
 
 class ErrorRecorder {
  public:
@@ -40,4 +42,6 @@ class ErrorRecorder {
   std::vector<ErrorRecord> records_;  // what was reported meanwhile
 };
 
-#endif  // TOLVAR_API_ERROR_RECORDER_H_
+}  // namespace tolvarcommon
+
+#endif  // TOLVAR_COMMON_ERROR_RECORDER_H_

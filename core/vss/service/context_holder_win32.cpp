@@ -1,15 +1,15 @@
-#include "core/vss/api/context_holder.h"
+#include "core/vss/service/context_holder.h"
 
 #include <objbase.h>
 
 namespace tolvarcore {
 namespace vss {
-namespace api {
+namespace service {
 
 ContextHolder::ContextHolder() { (void)CoInitialize(nullptr); }
 
 ContextHolder::~ContextHolder() { CoUninitialize(); }
 
-}  // namespace api
+}  // namespace service
 }  // namespace vss
 }  // namespace tolvarcore

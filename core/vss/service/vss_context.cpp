@@ -1,4 +1,4 @@
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 
 #include <utility>
 
@@ -6,7 +6,7 @@
 
 namespace tolvarcore {
 namespace vss {
-namespace api {
+namespace service {
 
 VssContext::VssContext(std::shared_ptr<VssVolume> storage)
     : holder_(std::make_shared<ContextHolder>()), collect_(PlatformCollector(std::move(storage))) {}
@@ -35,6 +35,6 @@ SnapshotProperties VssContext::GetSnapshotProperties(const std::string& identifi
   return SnapshotProperties();
 }
 
-}  // namespace api
+}  // namespace service
 }  // namespace vss
 }  // namespace tolvarcore

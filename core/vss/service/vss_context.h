@@ -5,15 +5,15 @@
 // (vss_context_win32.cpp). On POSIX there is no service: the properties
 // come from the storage's own store (vss_context_posix.cpp). Either way
 // the collection puts nothing on the error queue.
-#ifndef TOLVAR_CORE_VSS_API_VSS_CONTEXT_H_
-#define TOLVAR_CORE_VSS_API_VSS_CONTEXT_H_
+#ifndef TOLVAR_CORE_VSS_SERVICE_VSS_CONTEXT_H_
+#define TOLVAR_CORE_VSS_SERVICE_VSS_CONTEXT_H_
 
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "core/vss/api/context_holder.h"
+#include "core/vss/service/context_holder.h"
 #include "core/vss/guid.h"
 
 namespace tolvarcore {
@@ -21,7 +21,7 @@ namespace vss {
 
 class VssVolume;
 
-namespace api {
+namespace service {
 
 struct SnapshotProperties {
   Guid snapshotIdentifier;   // the service's snapshot identifier
@@ -70,8 +70,8 @@ class VssContext {
 // store on POSIX. Defined in vss_context_win32.cpp and vss_context_posix.cpp.
 VssContext::Collector PlatformCollector(std::shared_ptr<VssVolume> storage);
 
-}  // namespace api
+}  // namespace service
 }  // namespace vss
 }  // namespace tolvarcore
 
-#endif  // TOLVAR_CORE_VSS_API_VSS_CONTEXT_H_
+#endif  // TOLVAR_CORE_VSS_SERVICE_VSS_CONTEXT_H_

@@ -1,6 +1,6 @@
 // POSIX: the snapshot properties come from the storage's own store, and
 // collecting them puts nothing on the error queue.
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 
 #include <gtest/gtest.h>
 
@@ -9,11 +9,17 @@
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/vss_store_builder.h"
 
+using tolvarcommon::DestroyErrorQueue;
+using tolvarcommon::ErrorRecord;
+using tolvarcommon::PopError;
+using tolvarcommon::ReportCodedError;
+using tolvarcommon::ReportError;
+
 namespace {
 
 using tolvarcore::vss::Guid;
-using tolvarcore::vss::api::SnapshotProperties;
-using tolvarcore::vss::api::VssContext;
+using tolvarcore::vss::service::SnapshotProperties;
+using tolvarcore::vss::service::VssContext;
 using tolvartest::DrainErrors;
 using tolvartest::Record;
 using namespace tolvartest::vss;

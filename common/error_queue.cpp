@@ -1,10 +1,12 @@
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
 
-#include "api/error_recorder.h"
+#include "common/error_recorder.h"
+
+namespace tolvarcommon {
 
 namespace {
 
@@ -76,3 +78,5 @@ ScopedErrorQueueSuspension::~ScopedErrorQueueSuspension() {
   --g_suspensions;
   g_queue = std::move(saved_);
 }
+
+}  // namespace tolvarcommon

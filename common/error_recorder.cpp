@@ -1,4 +1,6 @@
-#include "api/error_recorder.h"
+#include "common/error_recorder.h"
+
+namespace tolvarcommon {
 
 ErrorRecorder* ErrorRecorder::innermost_ = nullptr;
 
@@ -16,3 +18,5 @@ bool ErrorRecorder::ReadFailed() const {
   }
   return false;
 }
+
+}  // namespace tolvarcommon

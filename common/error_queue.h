@@ -4,8 +4,8 @@
 // this queue and returns its own failure value. The queue exists only after
 // CreateErrorQueue (Init with the error-queue option); until then every
 // report is dropped. Records are read back newest first.
-#ifndef TOLVAR_API_ERROR_QUEUE_H_
-#define TOLVAR_API_ERROR_QUEUE_H_
+#ifndef TOLVAR_COMMON_ERROR_QUEUE_H_
+#define TOLVAR_COMMON_ERROR_QUEUE_H_
 
 #include <cstdint>
 #include <deque>
@@ -18,6 +18,8 @@
 #else
 #define TOLVAR_PRINTF_FORMAT(fmt, args)
 #endif
+
+namespace tolvarcommon {
 
 // The codes that reporting sites use. ReportError takes the first three
 // (the NTFS parser calls them levels), ReportCodedError the others.
@@ -85,4 +87,6 @@ class ScopedErrorQueueSuspension {
   std::unique_ptr<ErrorQueue> saved_;  // the queue set aside, or none
 };
 
-#endif  // TOLVAR_API_ERROR_QUEUE_H_
+}  // namespace tolvarcommon
+
+#endif  // TOLVAR_COMMON_ERROR_QUEUE_H_

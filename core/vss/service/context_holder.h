@@ -1,11 +1,11 @@
 // Keeps COM initialised on the thread that created it, for as long as any
 // shared reference to it lives. Holds no data.
-#ifndef TOLVAR_CORE_VSS_API_CONTEXT_HOLDER_H_
-#define TOLVAR_CORE_VSS_API_CONTEXT_HOLDER_H_
+#ifndef TOLVAR_CORE_VSS_SERVICE_CONTEXT_HOLDER_H_
+#define TOLVAR_CORE_VSS_SERVICE_CONTEXT_HOLDER_H_
 
 namespace tolvarcore {
 namespace vss {
-namespace api {
+namespace service {
 
 class ContextHolder {
  public:
@@ -19,8 +19,8 @@ class ContextHolder {
   ContextHolder& operator=(const ContextHolder&) = delete;
 };
 
-}  // namespace api
+}  // namespace service
 }  // namespace vss
 }  // namespace tolvarcore
 
-#endif  // TOLVAR_CORE_VSS_API_CONTEXT_HOLDER_H_
+#endif  // TOLVAR_CORE_VSS_SERVICE_CONTEXT_HOLDER_H_

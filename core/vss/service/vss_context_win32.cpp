@@ -8,14 +8,14 @@
 #include <utility>
 #include <vector>
 
-#include "core/vss/api/vss_context.h"
-#include "core/vss/api/vss_service_win32.h"
+#include "core/vss/service/vss_context.h"
+#include "core/vss/service/vss_service_win32.h"
 #include "core/vss/vss_volume.h"
 #include "ntfsparsercore/utf16_name.h"
 
 namespace tolvarcore {
 namespace vss {
-namespace api {
+namespace service {
 
 namespace {
 
@@ -104,6 +104,6 @@ VssContext::Collector PlatformCollector(std::shared_ptr<VssVolume> /*storage*/) 
   };
 }
 
-}  // namespace api
+}  // namespace service
 }  // namespace vss
 }  // namespace tolvarcore

@@ -2,8 +2,8 @@
 //. The real service object wraps CreateVssBackupComponentsInternal,
 // the backup components object, its snapshot enumerator and
 // VssFreeSnapshotPropertiesInternal; tests drive the collection with a fake.
-#ifndef TOLVAR_CORE_VSS_API_VSS_SERVICE_WIN32_H_
-#define TOLVAR_CORE_VSS_API_VSS_SERVICE_WIN32_H_
+#ifndef TOLVAR_CORE_VSS_SERVICE_VSS_SERVICE_WIN32_H_
+#define TOLVAR_CORE_VSS_SERVICE_VSS_SERVICE_WIN32_H_
 
 #include <windows.h>
 #include <vss.h>
@@ -11,11 +11,11 @@
 #include <memory>
 #include <string>
 
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 
 namespace tolvarcore {
 namespace vss {
-namespace api {
+namespace service {
 
 // One operation per service call, in the order of use. The object keeps the
 // backup components object and the enumerator between the calls.
@@ -55,8 +55,8 @@ std::unique_ptr<IVssService> CreateSystemVssService();
 // pointer gives an empty string, an unpaired surrogate U+FFFD.
 std::string WideToUtf8(const wchar_t* text);
 
-}  // namespace api
+}  // namespace service
 }  // namespace vss
 }  // namespace tolvarcore
 
-#endif  // TOLVAR_CORE_VSS_API_VSS_SERVICE_WIN32_H_
+#endif  // TOLVAR_CORE_VSS_SERVICE_VSS_SERVICE_WIN32_H_

@@ -4,19 +4,21 @@
 // header record's head, the set identifier its set identifier, and the
 // device object name is empty. The store reads made for it put nothing on
 // the error queue, so the queue holds what it would hold on Windows.
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 
 #include <utility>
 
-#include "api/error_queue.h"
+#include "common/error_queue.h"
 #include "core/vss/record_head.h"
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot_sequence.h"
 #include "core/vss/vss_volume.h"
 
+using tolvarcommon::ScopedErrorQueueSuspension;
+
 namespace tolvarcore {
 namespace vss {
-namespace api {
+namespace service {
 
 namespace {
 
@@ -37,6 +39,6 @@ VssContext::Collector PlatformCollector(std::shared_ptr<VssVolume> storage) {
   return [storage = std::move(storage)](SnapshotPropertiesList* list) { CollectFromStore(storage.get(), list); };
 }
 
-}  // namespace api
+}  // namespace service
 }  // namespace vss
 }  // namespace tolvarcore

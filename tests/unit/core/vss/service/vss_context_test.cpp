@@ -1,6 +1,6 @@
 // The platform-independent part of the VSS context: caching and lookup,
 // driven through its collector seam.
-#include "core/vss/api/vss_context.h"
+#include "core/vss/service/vss_context.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +11,9 @@
 namespace {
 
 using tolvarcore::vss::Guid;
-using tolvarcore::vss::api::SnapshotProperties;
-using tolvarcore::vss::api::SnapshotPropertiesList;
-using tolvarcore::vss::api::VssContext;
+using tolvarcore::vss::service::SnapshotProperties;
+using tolvarcore::vss::service::SnapshotPropertiesList;
+using tolvarcore::vss::service::VssContext;
 using tolvartest::vss::Id;
 using tolvartest::vss::ParseGuid;
 

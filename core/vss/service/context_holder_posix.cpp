@@ -1,14 +1,14 @@
-#include "core/vss/api/context_holder.h"
+#include "core/vss/service/context_holder.h"
 
 namespace tolvarcore {
 namespace vss {
-namespace api {
+namespace service {
 
 // There is no COM on POSIX: the holder only keeps the shape of the Windows one.
 ContextHolder::ContextHolder() = default;
 
 ContextHolder::~ContextHolder() = default;
 
-}  // namespace api
+}  // namespace service
 }  // namespace vss
 }  // namespace tolvarcore
