@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/error_queue.h"
+#include "core/vss/store_format.h"
 
 using tolvarcommon::kErrorIo;
 using tolvarcommon::ReportError;
@@ -26,7 +27,7 @@ bool ReadBitmap(const vss::VssVolume& volume, uint64_t offset, uint64_t volumeSi
   // than the record's pages or a bitmap of the whole store volume hold.
   // Reading that much makes the same page reads and messages as the longer
   // read, which falls short in the same way.
-  const uint64_t capacity = record->PageCount() * vss::VssRecord::kPayloadPerPage;
+  const uint64_t capacity = record->PageCount() * vss::format::kPagePayloadSize;
   const uint64_t limit = std::max(capacity, volume.GetSize() >> kBitmapBytesShift);
   *bitmap = std::make_unique<BitMap>(std::min(length, limit));
   const uint64_t held = (*bitmap)->SizeInBytes();

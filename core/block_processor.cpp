@@ -9,6 +9,7 @@
 #include "core/vss/mark_indexed_blocks.h"
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot_sequence.h"
+#include "core/vss/store_format.h"
 #include "core/vss/vss_volume.h"
 #include "ntfsparsercore/io/cache_proxy.h"
 
@@ -53,7 +54,7 @@ uint64_t ReadBlock(ntfsparsercore::io::ISource& source, uint8_t* buffer, uint64_
 
 // Store bitmap length for a volume of size bytes: one bit per 16 KiB block.
 uint64_t StoreBitmapBytes(uint64_t size) {
-  const uint64_t blocks = size / BlockProcessor::kStoreBlockSize + (size % BlockProcessor::kStoreBlockSize != 0);
+  const uint64_t blocks = size / vss::format::kBlockSize + (size % vss::format::kBlockSize != 0);
   return blocks / 8 + (blocks % 8 != 0);
 }
 
@@ -107,9 +108,10 @@ int64_t BlockProcessor::Compute(vss::service::VssContext& context, VolumeProvide
     vss::MarkIndexedBlocks(storage->OpenRecord(end->GetIndexOffset()), *changed, true);
   }
 
-  comparison_ = comparison ? comparison->Rescale(kStoreBlockSize, blockSize_)
-                           : std::make_unique<BitMap>(BitMap::RescaledBytes(bitmapBytes, kStoreBlockSize, blockSize_));
-  changed_ = changed->Rescale(kStoreBlockSize, blockSize_);
+  comparison_ = comparison
+                    ? comparison->Rescale(vss::format::kBlockSize, blockSize_)
+                    : std::make_unique<BitMap>(BitMap::RescaledBytes(bitmapBytes, vss::format::kBlockSize, blockSize_));
+  changed_ = changed->Rescale(vss::format::kBlockSize, blockSize_);
   return 0;
 }
 

@@ -25,7 +25,6 @@ class VssContext;
 class BlockProcessor {
  public:
   // Store bitmaps have one bit per this many bytes of the volume.
-  static constexpr uint64_t kStoreBlockSize = 16384;
   // Valid block sizes: multiples of kMinBlockSize up to kMaxBlockSize.
   static constexpr uint64_t kMinBlockSize = 4096;
   static constexpr uint64_t kMaxBlockSize = 131072;

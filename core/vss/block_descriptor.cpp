@@ -5,26 +5,15 @@
 namespace tolvarcore {
 namespace vss {
 
-namespace {
-
-// Field offsets inside the 32-byte descriptor.
-constexpr uint64_t kOriginalOffsetAt = 0;
-constexpr uint64_t kRelativeOffsetAt = 8;
-constexpr uint64_t kStoreDataOffsetAt = 16;
-constexpr uint64_t kFlagsAt = 24;
-constexpr uint64_t kAllocationBitmapAt = 28;
-
-}  // namespace
-
 BlockDescriptor BlockDescriptor::Parse(const uint8_t* data) {
   using ntfsparsercore::io::LoadLe32;
   using ntfsparsercore::io::LoadLe64;
   BlockDescriptor descriptor;
-  descriptor.originalOffset = LoadLe64(data + kOriginalOffsetAt);
-  descriptor.relativeOffset = LoadLe64(data + kRelativeOffsetAt);
-  descriptor.storeDataOffset = LoadLe64(data + kStoreDataOffsetAt);
-  descriptor.flags = LoadLe32(data + kFlagsAt);
-  descriptor.allocationBitmap = LoadLe32(data + kAllocationBitmapAt);
+  descriptor.originalOffset = LoadLe64(data + format::kDescriptorOriginalOffset);
+  descriptor.relativeOffset = LoadLe64(data + format::kDescriptorRelativeOffset);
+  descriptor.storeDataOffset = LoadLe64(data + format::kDescriptorStoreDataOffset);
+  descriptor.flags = LoadLe32(data + format::kDescriptorFlags);
+  descriptor.allocationBitmap = LoadLe32(data + format::kDescriptorAllocationBitmap);
   return descriptor;
 }
 

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/vss/store_format.h"
+
 namespace tolvarcore {
 namespace vss {
 
@@ -60,11 +62,7 @@ std::string Guid::ToString() const {
 bool Guid::operator==(const Guid& other) const { return std::memcmp(bytes, other.bytes, sizeof(bytes)) == 0; }
 
 const Guid& StoreIdentifier() {
-  static const Guid identifier = [] {
-    static const uint8_t kBytes[16] = {0x6b, 0x87, 0x08, 0x38, 0x76, 0xc1, 0x48, 0x4e,
-                                       0xb7, 0xae, 0x04, 0x04, 0x6e, 0x6c, 0xc7, 0x52};
-    return Guid::FromBytes(kBytes);
-  }();
+  static const Guid identifier = [] { return Guid::FromBytes(format::kStoreIdentifierBytes); }();
   return identifier;
 }
 

@@ -35,8 +35,8 @@ struct Guid {
   bool operator!=(const Guid& other) const { return !(*this == other); }
 };
 
-// {3808876b-c176-4e48-b7ae-04046e6cc752}: heads the store's volume header
-// and every page of every store record. Built on first use, then shared.
+// {3808876b-c176-4e48-b7ae-04046e6cc752} (format::kStoreIdentifierBytes):
+// heads the store's volume header and every page of every store record. Built on first use, then shared.
 const Guid& StoreIdentifier();
 
 }  // namespace vss

@@ -1,6 +1,7 @@
 #include "core/vss/mark_indexed_blocks.h"
 
 #include "common/error_queue.h"
+#include "core/vss/store_format.h"
 
 using tolvarcommon::kErrorIo;
 using tolvarcommon::ReportError;
@@ -8,17 +9,10 @@ using tolvarcommon::ReportError;
 namespace tolvarcore {
 namespace vss {
 
-namespace {
-
-// Block numbers count 16 KiB blocks: a volume offset shifted right by 14.
-constexpr unsigned kBlockShift = 14;
-
-}  // namespace
-
 void MarkIndexedBlocks(const std::shared_ptr<VssRecord>& record, BitMap& result, bool overlayOnly) {
   std::unique_ptr<BitMap> seen;
   if (overlayOnly) seen = std::make_unique<BitMap>(result.SizeInBytes());
-  uint8_t bytes[BlockDescriptor::kSize];
+  uint8_t bytes[format::kDescriptorSize];
   uint64_t offset = 0;
   while (record && record->Read(bytes, sizeof(bytes), offset) == sizeof(bytes)) {
     const BlockDescriptor descriptor = BlockDescriptor::Parse(bytes);
@@ -26,7 +20,7 @@ void MarkIndexedBlocks(const std::shared_ptr<VssRecord>& record, BitMap& result,
     // The second offset (the relative offset) is examined only for being zero.
     if (descriptor.IsNotUsed()) continue;
     if (descriptor.originalOffset == 0 && descriptor.relativeOffset == 0) continue;
-    const uint64_t block = descriptor.originalOffset >> kBlockShift;
+    const uint64_t block = descriptor.originalOffset >> format::kBlockShift;
     if (!overlayOnly) {
       result.Set(block);
     } else if (!seen->Test(block)) {

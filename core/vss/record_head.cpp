@@ -1,6 +1,7 @@
 #include "core/vss/record_head.h"
 
 #include "common/error_queue.h"
+#include "core/vss/store_format.h"
 
 using tolvarcommon::kErrorIo;
 using tolvarcommon::ReportError;
@@ -10,13 +11,13 @@ namespace vss {
 
 RecordHead RecordHead::Read(VssRecord* record) {
   RecordHead head;
-  uint8_t bytes[kSize] = {};
+  uint8_t bytes[format::kInfoHeadSize] = {};
   if (record == nullptr || record->Read(bytes, sizeof(bytes), 0) != sizeof(bytes)) {
     ReportError(kErrorIo, "Failed to read header record");
     return head;
   }
-  head.firstIdentifier = Guid::FromBytes(bytes + 16);
-  head.setIdentifier = Guid::FromBytes(bytes + 32);
+  head.firstIdentifier = Guid::FromBytes(bytes + format::kInfoShadowCopyId);
+  head.setIdentifier = Guid::FromBytes(bytes + format::kInfoShadowCopySetId);
   return head;
 }
 

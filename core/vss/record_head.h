@@ -1,5 +1,5 @@
-// The first 48 bytes of a store record's payload, as the snapshot code
-// reads them from a snapshot's store header record.
+// The head of a shadow copy's store information (format::kInfo*), as the
+// snapshot code reads it from the snapshot's store header record.
 #ifndef TOLVAR_CORE_VSS_RECORD_HEAD_H_
 #define TOLVAR_CORE_VSS_RECORD_HEAD_H_
 
@@ -12,13 +12,11 @@ namespace tolvarcore {
 namespace vss {
 
 struct RecordHead {
-  static constexpr uint64_t kSize = 48;
+  Guid firstIdentifier;  // the shadow copy ID
+  Guid setIdentifier;    // the shadow copy set ID
 
-  Guid firstIdentifier;  // payload offset 16: the shadow copy ID
-  Guid setIdentifier;    // payload offset 32: the shadow copy set ID
-
-  // Reads the head at payload offset 0. A read that does not return 48
-  // bytes reports "Failed to read header record" (code 1) and leaves both
+  // Reads the head at payload offset 0. A read that does not return
+  // format::kInfoHeadSize (48) bytes reports "Failed to read header record" (code 1) and leaves both
   // identifiers zero. A null record reads as an empty one.
   static RecordHead Read(VssRecord* record);
 };

@@ -50,6 +50,7 @@
 // look-up O(log n). Reading through these maps is in
 // store_snapshot_source.cpp.
 #include "core/vss/store_block_map.h"
+#include "core/vss/store_format.h"
 
 #include <algorithm>
 
@@ -120,7 +121,7 @@ void StoreBlockMap::Reserve(std::size_t mappings) {
 }
 
 void StoreBlockMap::AddPayload(const uint8_t* payload, uint64_t size) {
-  for (uint64_t at = 0; size - at >= BlockDescriptor::kSize; at += BlockDescriptor::kSize) {
+  for (uint64_t at = 0; size - at >= format::kDescriptorSize; at += format::kDescriptorSize) {
     Add(BlockDescriptor::Parse(payload + at));
   }
 }
@@ -180,18 +181,18 @@ const StoreBlockMap::Mapping* StoreBlockMap::Find(uint64_t offset) const {
     if (it == keys_.begin()) return nullptr;
     --it;
     // Compared as a distance so that a key near 2^64 cannot overflow.
-    return offset - *it < kBlockSize ? &mappings_[static_cast<std::size_t>(it - keys_.begin())] : nullptr;
+    return offset - *it < format::kBlockSize ? &mappings_[static_cast<std::size_t>(it - keys_.begin())] : nullptr;
   }
   const std::vector<uint32_t>& order = KeyOrder();
   auto it = std::upper_bound(order.begin(), order.end(), offset,
                              [this](uint64_t wanted, uint32_t position) { return wanted < keys_[position]; });
   if (it == order.begin()) return nullptr;
   --it;
-  return offset - keys_[*it] < kBlockSize ? &mappings_[*it] : nullptr;
+  return offset - keys_[*it] < format::kBlockSize ? &mappings_[*it] : nullptr;
 }
 
 bool StoreBlockMap::IsForwardTarget(uint64_t offset) const {
-  return FindRange(reverse_, offset, kBlockSize) != reverse_.end();
+  return FindRange(reverse_, offset, format::kBlockSize) != reverse_.end();
 }
 
 }  // namespace vss

@@ -12,14 +12,13 @@
 #include <vector>
 
 #include "core/vss/block_descriptor.h"
+#include "core/vss/store_format.h"
 
 namespace tolvarcore {
 namespace vss {
 
 class StoreBlockMap {
  public:
-  static constexpr uint64_t kBlockSize = 16384;  // bytes of volume one descriptor describes
-
   // What the store holds for one block.
   struct Mapping {
     // The descriptor that describes the block; its originalOffset is the key.
@@ -53,12 +52,12 @@ class StoreBlockMap {
   // unreadable; every read that reaches such a store fails.
   bool IsUsable() const { return usable_; }
 
-  // The mapping whose 16 KiB range [original offset, +kBlockSize) holds
+  // The mapping whose 16 KiB range [original offset, +format::kBlockSize) holds
   // offset, or null. Valid until the next Add.
   const Mapping* Find(uint64_t offset) const;
 
   // True when a forwarder still waiting for its target names a 16 KiB range
-  // [relative offset, +kBlockSize) that holds offset.
+  // [relative offset, +format::kBlockSize) that holds offset.
   bool IsForwardTarget(uint64_t offset) const;
 
   std::size_t MappingCount() const { return mappings_.size(); }

@@ -9,12 +9,13 @@
 #include <vector>
 
 #include "core/vss/store_block_map.h"
+#include "core/vss/store_format.h"
 
 namespace tolvarcore {
 namespace vss {
 
 struct StoreLayer {
-  // True when bit (offset >> 14) of bitmap is set; blocks past its end are clear.
+  // True when bit (offset >> format::kBlockShift) of bitmap is set; blocks past its end are clear.
   static bool IsBlockSet(const std::vector<uint8_t>& bitmap, uint64_t offset);
 
   // The blocks that both of the newest store's bitmaps mark unused: set in
@@ -28,7 +29,7 @@ struct StoreLayer {
 };
 
 inline bool StoreLayer::IsBlockSet(const std::vector<uint8_t>& bitmap, uint64_t offset) {
-  const uint64_t block = offset / StoreBlockMap::kBlockSize;
+  const uint64_t block = offset >> format::kBlockShift;
   if (block / 8 >= bitmap.size()) return false;
   return ((bitmap[static_cast<std::size_t>(block / 8)] >> (block % 8)) & 1) != 0;
 }

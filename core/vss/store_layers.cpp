@@ -5,6 +5,7 @@
 
 #include "common/error_queue.h"
 #include "core/vss/block_descriptor.h"
+#include "core/vss/store_format.h"
 #include "core/vss/vss_record.h"
 
 using tolvarcommon::ScopedErrorQueueSuspension;
@@ -21,7 +22,7 @@ constexpr uint64_t kLargestReservation = 4u << 20;
 // The whole payload of the record at offset, every page in chain order.
 std::vector<uint8_t> ReadPayload(const std::shared_ptr<ntfsparsercore::io::ISource>& store, uint64_t offset) {
   VssRecord record(store, offset);
-  std::vector<uint8_t> payload(static_cast<std::size_t>(record.PageCount() * VssRecord::kPayloadPerPage));
+  std::vector<uint8_t> payload(static_cast<std::size_t>(record.PageCount() * format::kPagePayloadSize));
   if (payload.empty() || record.Read(payload.data(), payload.size(), 0) != payload.size()) payload.clear();
   return payload;
 }
@@ -35,9 +36,9 @@ std::shared_ptr<const StoreBlockMap> ReadBlockMap(const std::shared_ptr<ntfspars
   auto map = std::make_shared<StoreBlockMap>();
   // Room for every slot of the list's pages, up to a bound that a damaged
   // chain cannot push into an allocation of its own size.
-  const uint64_t slots = record.PageCount() * (VssRecord::kPayloadPerPage / BlockDescriptor::kSize);
+  const uint64_t slots = record.PageCount() * (format::kPagePayloadSize / format::kDescriptorSize);
   map->Reserve(static_cast<std::size_t>(std::min<uint64_t>(slots, kLargestReservation)));
-  uint8_t bytes[BlockDescriptor::kSize];
+  uint8_t bytes[format::kDescriptorSize];
   for (uint64_t at = 0; record.Read(bytes, sizeof bytes, at) == sizeof bytes; at += sizeof bytes) {
     map->Add(BlockDescriptor::Parse(bytes));
   }

@@ -51,6 +51,7 @@
 //     reaches 2^63 or more cannot be read.
 // Forwarders always lead to the next newer store, so a read visits each
 // store at most once along any path and always ends.
+#include "core/vss/store_format.h"
 #include "core/vss/store_snapshot_source.h"
 
 #include <algorithm>
@@ -62,9 +63,9 @@ namespace vss {
 
 namespace {
 
-constexpr uint64_t kBlockSize = StoreBlockMap::kBlockSize;
-constexpr uint64_t kSectorSize = 512;                       // bytes per allocation bitmap bit
-constexpr uint64_t kSectorsPerBlock = 32;                   // bits of an allocation bitmap
+using format::kBlockSize;
+using format::kOverlaySectors;
+using format::kOverlaySectorSize;
 constexpr uint64_t kLargestOffset = 0x7FFFFFFFFFFFFFFFull;  // last offset a signed 64-bit seek reaches
 
 }  // namespace
@@ -157,12 +158,12 @@ bool StoreSnapshotSource::IsZeroFilled(const StoreLayer& layer, uint64_t offset)
 StoreSnapshotSource::SectorRun StoreSnapshotSource::OverlayRun(const BlockDescriptor& overlay, uint64_t offset) {
   // offset lies in the overlay's block, so the distance is below 16 KiB.
   const uint64_t skipped =
-      std::min(kSectorsPerBlock, (offset - overlay.originalOffset + kSectorSize - 1) / kSectorSize);
+      std::min(kOverlaySectors, (offset - overlay.originalOffset + kOverlaySectorSize - 1) / kOverlaySectorSize);
   // Shifting a 32-bit value by 32 is undefined; all bits are gone then.
-  uint32_t bits = skipped < kSectorsPerBlock ? overlay.allocationBitmap >> skipped : 0;
+  uint32_t bits = skipped < kOverlaySectors ? overlay.allocationBitmap >> skipped : 0;
   // 8 bits wide on purpose: from 0 it wraps to 255, so the loop below still
   // ends, after at most 256 sectors.
-  uint8_t bitsLeft = static_cast<uint8_t>(kSectorsPerBlock - skipped);
+  uint8_t bitsLeft = static_cast<uint8_t>(kOverlaySectors - skipped);
   const bool kept = (bits & 1) != 0;
   uint64_t sectors = 0;
   while (((bits & 1) != 0) == kept) {
@@ -171,7 +172,7 @@ StoreSnapshotSource::SectorRun StoreSnapshotSource::OverlayRun(const BlockDescri
     --bitsLeft;
     if (bitsLeft == 0) break;
   }
-  return SectorRun{kept, sectors * kSectorSize};
+  return SectorRun{kept, sectors * kOverlaySectorSize};
 }
 
 }  // namespace vss

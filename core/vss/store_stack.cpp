@@ -3,6 +3,7 @@
 #include "common/error_queue.h"
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot_sequence.h"
+#include "core/vss/store_format.h"
 #include "core/vss/store_snapshot_source.h"
 #include "core/vss/vss_record.h"
 #include "ntfsparsercore/io/cache_proxy.h"
@@ -31,7 +32,7 @@ std::shared_ptr<const StoreStack> StoreStack::Read(const VssVolume& storage) {
   // The stack reads the store through a line of its own, so that its reads,
   // now or when a view first needs a store, never change what the storage's
   // line holds for the reads of the change computation.
-  auto store = std::make_shared<ntfsparsercore::io::CacheProxy>(stack->volume_, VssRecord::kPageSize);
+  auto store = std::make_shared<ntfsparsercore::io::CacheProxy>(stack->volume_, format::kPageSize);
   std::vector<StoreLayers::Location> locations;
   if (storage.GetCatalogOffset() != 0) {
     records::Catalog catalog(std::make_shared<VssRecord>(store, storage.GetCatalogOffset()));

@@ -6,6 +6,7 @@
 
 #include "common/error_queue.h"
 #include "core/vss/guid.h"
+#include "core/vss/store_format.h"
 #include "ntfsparsercore/io/little_endian.h"
 
 using tolvarcommon::kErrorIo;
@@ -31,13 +32,13 @@ void VssRecord::WalkChain(uint64_t offset) {
   if (!source_) return;
   std::set<uint64_t> visited;  // every page offset accepted so far
   uint64_t current = offset;
-  uint8_t header[kPageHeaderReadSize];
+  uint8_t header[format::kPageHeaderReadSize];
   for (;;) {
     if (source_->Read(header, sizeof(header), current) != sizeof(header)) {
       ReportError(kErrorIo, "Failed to read vss record header");
       break;
     }
-    uint64_t ownOffset = LoadLe64(header + 32);
+    uint64_t ownOffset = LoadLe64(header + format::kPageOwnOffset);
     if (ownOffset != current) {
       // The offset read at goes first, the header's field second: the
       // required order, although the labels suggest the other.
@@ -45,7 +46,7 @@ void VssRecord::WalkChain(uint64_t offset) {
                        Low32(current), Low32(ownOffset));
       break;
     }
-    if (Guid::FromBytes(header) != StoreIdentifier()) {
+    if (Guid::FromBytes(header + format::kPageIdentifier) != StoreIdentifier()) {
       ReportCodedError(kErrorStore, "Unexpected vss record guid.");
       break;
     }
@@ -54,8 +55,8 @@ void VssRecord::WalkChain(uint64_t offset) {
       return;  // the pages so far stay; the record is usable
     }
     pages_.push_back(current);
-    recordType_ = LoadLe32(header + 20);
-    current = LoadLe64(header + 40);
+    recordType_ = LoadLe32(header + format::kPageRecordType);
+    current = LoadLe64(header + format::kPageNextOffset);
     if (current == 0) return;
   }
   // Failure step.
@@ -67,14 +68,14 @@ void VssRecord::WalkChain(uint64_t offset) {
 uint64_t VssRecord::Read(void* buffer, uint64_t size, uint64_t offset) {
   if (pages_.empty()) return 0;
   // The page that holds offset, found by division instead of a walk.
-  uint64_t page = offset / kPayloadPerPage;
-  offset %= kPayloadPerPage;
+  uint64_t page = offset / format::kPagePayloadSize;
+  offset %= format::kPagePayloadSize;
   if (page >= pages_.size()) return 0;
   uint8_t* out = static_cast<uint8_t*>(buffer);
   uint64_t wanted = size;
   for (;;) {
-    uint64_t chunk = std::min(wanted, kPayloadPerPage - offset);
-    uint64_t got = source_->Read(out, chunk, pages_[page] + kPageHeaderSize + offset);
+    uint64_t chunk = std::min(wanted, format::kPagePayloadSize - offset);
+    uint64_t got = source_->Read(out, chunk, pages_[page] + format::kPageHeaderSize + offset);
     if (got == 0) {
       ReportError(kErrorIo, "Failed to read page data.");
       return 0;

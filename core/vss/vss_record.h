@@ -1,5 +1,6 @@
 // One record of the shadow-copy store: a chain of 16 KiB pages linked by
-// volume offsets, offered as one contiguous payload.
+// volume offsets, offered as one contiguous payload (the page layout is in
+// store_format.h).
 #ifndef TOLVAR_CORE_VSS_VSS_RECORD_H_
 #define TOLVAR_CORE_VSS_VSS_RECORD_H_
 
@@ -14,11 +15,6 @@ namespace vss {
 
 class VssRecord {
  public:
-  static constexpr uint64_t kPageSize = 16384;
-  static constexpr uint64_t kPageHeaderSize = 128;
-  static constexpr uint64_t kPayloadPerPage = kPageSize - kPageHeaderSize;  // 16256 (0x3F80)
-  static constexpr uint64_t kPageHeaderReadSize = 52;
-
   // Walks and checks the page chain that starts at the page at offset.
   // Never throws: a chain that cannot be walked leaves an empty record
   // (after "Can't find last page."); a loop ends the chain normally.

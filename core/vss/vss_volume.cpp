@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "common/error_queue.h"
+#include "core/vss/store_format.h"
 #include "ntfsparsercore/io/little_endian.h"
 
 using tolvarcommon::kErrorIo;
@@ -23,28 +24,28 @@ VssVolume::~VssVolume() = default;
 
 void VssVolume::ReadHeader() {
   if (!source_) return;
-  uint8_t header[kHeaderReadSize] = {};
-  if (source_->Read(header, sizeof(header), kHeaderOffset) != sizeof(header)) {
+  uint8_t header[format::kVolumeHeaderReadSize] = {};
+  if (source_->Read(header, sizeof(header), format::kVolumeHeaderOffset) != sizeof(header)) {
     ReportError(kErrorIo, "Failed to read vss volume header");
     return;
   }
-  if (Guid::FromBytes(header) != StoreIdentifier()) {
+  if (Guid::FromBytes(header + format::kHeaderIdentifier) != StoreIdentifier()) {
     ReportCodedError(kErrorStore, "Invalid vss volume guid");
     return;
   }
-  uint64_t ownOffset = LoadLe64(header + 24);
-  if (ownOffset != kHeaderOffset) {
+  uint64_t ownOffset = LoadLe64(header + format::kHeaderOwnOffset);
+  if (ownOffset != format::kVolumeHeaderOffset) {
     ReportCodedError(kErrorStore, "Unexpected volume header offset. Actual(%lu)", Low32(ownOffset));
     return;
   }
-  uint32_t recordType = LoadLe32(header + 20);
-  if (recordType != 1) {
+  uint32_t recordType = LoadLe32(header + format::kHeaderRecordType);
+  if (recordType != format::kRecordVolumeHeader) {
     ReportCodedError(kErrorStore, "Unexpected volume header record type. Actual(%u)", recordType);
     return;
   }
-  catalogOffset_ = LoadLe64(header + 48);
-  volumeIdentifier_ = Guid::FromBytes(header + 64);
-  storeVolumeIdentifier_ = Guid::FromBytes(header + 80);
+  catalogOffset_ = LoadLe64(header + format::kHeaderCatalogOffset);
+  volumeIdentifier_ = Guid::FromBytes(header + format::kHeaderVolumeIdentifier);
+  storeVolumeIdentifier_ = Guid::FromBytes(header + format::kHeaderStoreVolumeIdentifier);
 }
 
 uint64_t VssVolume::GetCatalogOffset() const { return catalogOffset_; }

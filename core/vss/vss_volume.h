@@ -1,5 +1,5 @@
 // The shadow-copy store of one volume, as its volume header at 0x1E00
-// describes it. Opens the store's records.
+// (store_format.h) describes it. Opens the store's records.
 #ifndef TOLVAR_CORE_VSS_VSS_VOLUME_H_
 #define TOLVAR_CORE_VSS_VSS_VOLUME_H_
 
@@ -15,9 +15,6 @@ namespace vss {
 
 class VssVolume {
  public:
-  static constexpr uint64_t kHeaderOffset = 0x1E00;
-  static constexpr uint64_t kHeaderReadSize = 96;
-
   // Reads and checks the volume header. Never throws: a rejected header
   // (reported) or an empty source (not reported) leaves catalog offset 0
   // and zero identifiers, which later readers take for an absent store.
@@ -41,9 +38,9 @@ class VssVolume {
  private:
   void ReadHeader();
 
-  uint64_t catalogOffset_ = 0;  // header offset 48; 0 until a header was accepted
-  Guid volumeIdentifier_;       // header offset 64
-  Guid storeVolumeIdentifier_;  // header offset 80
+  uint64_t catalogOffset_ = 0;  // 0 until a header was accepted
+  Guid volumeIdentifier_;
+  Guid storeVolumeIdentifier_;
   std::shared_ptr<ntfsparsercore::io::ISource> source_;
 };
 

@@ -17,6 +17,7 @@
 #include "core/vss/records/catalog.h"
 #include "core/vss/snapshot.h"
 #include "core/vss/snapshot_sequence.h"
+#include "core/vss/store_format.h"
 #include "core/vss/store_stack.h"
 #include "core/vss/vss_volume.h"
 #include "tests/fuzz/sparse_volume_input.h"
@@ -28,10 +29,10 @@ using tolvarcommon::PopError;
 
 namespace {
 
-constexpr uint64_t kMaxUnits = 4096;         // 16 MiB volumes
-constexpr uint64_t kStoreBlockSize = 16384;  // one bit of a store bitmap
-constexpr uint64_t kBlocksRead = 64;         // of each shadow copy
-constexpr uint64_t kReadSize = 6000;         // not a block multiple: reads straddle blocks
+constexpr uint64_t kMaxUnits = 4096;                                       // 16 MiB volumes
+constexpr uint64_t kStoreBlockSize = tolvarcore::vss::format::kBlockSize;  // one bit of a store bitmap
+constexpr uint64_t kBlocksRead = 64;                                       // of each shadow copy
+constexpr uint64_t kReadSize = 6000;  // not a block multiple: reads straddle blocks
 
 using tolvarcore::BitMap;
 using tolvarcore::vss::VssVolume;

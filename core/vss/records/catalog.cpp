@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/error_queue.h"
+#include "core/vss/store_format.h"
 #include "ntfsparsercore/io/little_endian.h"
 
 using tolvarcommon::kErrorIo;
@@ -16,20 +17,20 @@ using ntfsparsercore::io::LoadLe64;
 
 SnapshotDefinition SnapshotDefinition::FromBytes(const uint8_t* body) {
   SnapshotDefinition definition;
-  definition.volumeSize = LoadLe64(body);
-  definition.storeIdentifier = Guid::FromBytes(body + 8);
-  definition.creationOrder = LoadLe64(body + 24);
+  definition.volumeSize = LoadLe64(body + format::kDefinitionVolumeSize);
+  definition.storeIdentifier = Guid::FromBytes(body + format::kDefinitionStoreIdentifier);
+  definition.creationOrder = LoadLe64(body + format::kDefinitionCreationOrder);
   return definition;
 }
 
 SnapshotDeclaration SnapshotDeclaration::FromBytes(const uint8_t* body) {
   SnapshotDeclaration declaration;
-  declaration.indexOffset = LoadLe64(body);
-  declaration.storeIdentifier = Guid::FromBytes(body + 8);
-  declaration.headerOffset = LoadLe64(body + 24);
-  declaration.rangeOffset = LoadLe64(body + 32);
-  declaration.bitmapOffset = LoadLe64(body + 40);
-  declaration.previousBitmapOffset = LoadLe64(body + 64);
+  declaration.indexOffset = LoadLe64(body + format::kDeclarationBlockListOffset);
+  declaration.storeIdentifier = Guid::FromBytes(body + format::kDeclarationStoreIdentifier);
+  declaration.headerOffset = LoadLe64(body + format::kDeclarationStoreHeaderOffset);
+  declaration.rangeOffset = LoadLe64(body + format::kDeclarationBlockRangeListOffset);
+  declaration.bitmapOffset = LoadLe64(body + format::kDeclarationBitmapOffset);
+  declaration.previousBitmapOffset = LoadLe64(body + format::kDeclarationPreviousBitmapOffset);
   return declaration;
 }
 
@@ -45,7 +46,8 @@ Catalog::~Catalog() = default;
 void Catalog::ReadEntries(VssRecord* record) {
   uint8_t typeBytes[8];
   auto readType = [&](uint64_t entry) {
-    return record != nullptr && record->Read(typeBytes, sizeof(typeBytes), entry) == sizeof(typeBytes);
+    return record != nullptr &&
+           record->Read(typeBytes, sizeof(typeBytes), entry + format::kEntryType) == sizeof(typeBytes);
   };
   uint64_t entry = 0;
   if (!readType(entry)) {
@@ -54,24 +56,24 @@ void Catalog::ReadEntries(VssRecord* record) {
   }
   for (;;) {
     uint64_t type = LoadLe64(typeBytes);
-    if (type == kEnd) return;
-    if (type == kDefinition) {
-      uint8_t body[SnapshotDefinition::kSize] = {};
-      if (record->Read(body, sizeof(body), entry + 8) != sizeof(body)) {
+    if (type == format::kCatalogEntryEnd) return;
+    if (type == format::kCatalogEntryDefinition) {
+      uint8_t body[format::kDefinitionBodySize] = {};
+      if (record->Read(body, sizeof(body), entry + format::kEntryBody) != sizeof(body)) {
         ReportError(kErrorIo, "Failed to read snapshot definition");
         return;
       }
       definitions_.push_back(SnapshotDefinition::FromBytes(body));
-    } else if (type == kDeclaration) {
-      uint8_t body[SnapshotDeclaration::kSize] = {};
-      if (record->Read(body, sizeof(body), entry + 8) != sizeof(body)) {
+    } else if (type == format::kCatalogEntryDeclaration) {
+      uint8_t body[format::kDeclarationBodySize] = {};
+      if (record->Read(body, sizeof(body), entry + format::kEntryBody) != sizeof(body)) {
         ReportError(kErrorIo, "Failed to read snapshot declaration");
         return;
       }
       declarations_.push_back(SnapshotDeclaration::FromBytes(body));
     }
-    // Type 1 and any other value: passed over.
-    entry += kEntrySize;
+    // Unused entries and any other type: passed over.
+    entry += format::kCatalogEntrySize;
     if (!readType(entry)) {
       ReportError(kErrorIo, "Failed to read snapshot");
       return;

@@ -1,6 +1,6 @@
 // The store's table of contents: one store record of 128-byte entries,
-// of which definitions (type 2) and declarations (type 3) describe the
-// shadow copies kept on the volume.
+// of which definitions and declarations describe the shadow copies kept on
+// the volume (the entry layout is in store_format.h).
 #ifndef TOLVAR_CORE_VSS_RECORDS_CATALOG_H_
 #define TOLVAR_CORE_VSS_RECORDS_CATALOG_H_
 
@@ -15,36 +15,29 @@ namespace tolvarcore {
 namespace vss {
 namespace records {
 
-// The 48-byte body of a type-2 entry, at entry offset 8.
+// The body of a definition entry (format::kDefinition*).
 struct SnapshotDefinition {
-  static constexpr uint64_t kSize = 48;
-
-  uint64_t volumeSize = 0;     // body offset 0
-  Guid storeIdentifier;        // body offset 8
-  uint64_t creationOrder = 0;  // body offset 24: sort key, ascending
+  uint64_t volumeSize = 0;
+  Guid storeIdentifier;
+  uint64_t creationOrder = 0;  // sort key, ascending
 
   static SnapshotDefinition FromBytes(const uint8_t* body);
 };
 
-// The 72-byte body of a type-3 entry, at entry offset 8.
+// The body of a declaration entry (format::kDeclaration*).
 struct SnapshotDeclaration {
-  static constexpr uint64_t kSize = 72;
-
-  uint64_t indexOffset = 0;           // body offset 0: first page of the block list
-  Guid storeIdentifier;               // body offset 8: lookup key
-  uint64_t headerOffset = 0;          // body offset 24: store header record
-  uint64_t rangeOffset = 0;           // body offset 32: block range record (carried only)
-  uint64_t bitmapOffset = 0;          // body offset 40: bitmap record
-  uint64_t previousBitmapOffset = 0;  // body offset 64: previous-bitmap record
+  uint64_t indexOffset = 0;           // first page of the block list
+  Guid storeIdentifier;               // lookup key
+  uint64_t headerOffset = 0;          // store header record
+  uint64_t rangeOffset = 0;           // block range record (carried only)
+  uint64_t bitmapOffset = 0;          // bitmap record
+  uint64_t previousBitmapOffset = 0;  // previous-bitmap record
 
   static SnapshotDeclaration FromBytes(const uint8_t* body);
 };
 
 class Catalog {
  public:
-  static constexpr uint64_t kEntrySize = 128;
-  enum EntryType : uint64_t { kEnd = 0, kUnused = 1, kDefinition = 2, kDeclaration = 3 };
-
   // Reads the whole catalog, front to back, up to the first entry of type 0
   // or the first entry that cannot be read ("Failed to read snapshot", the
   // entries before it kept), then sorts the definitions by creation order,

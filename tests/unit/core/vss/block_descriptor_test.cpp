@@ -9,10 +9,11 @@
 
 namespace {
 
+namespace format = tolvarcore::vss::format;
 using tolvarcore::vss::BlockDescriptor;
 
 TEST(BlockDescriptor, ParseReadsEveryFieldLittleEndian) {
-  std::vector<uint8_t> bytes(BlockDescriptor::kSize);
+  std::vector<uint8_t> bytes(format::kDescriptorSize);
   ntfsparsercore::io::StoreLe64(bytes.data() + 0, 0x0000000123454000ull);
   ntfsparsercore::io::StoreLe64(bytes.data() + 8, 0x1122334455667788ull);
   ntfsparsercore::io::StoreLe64(bytes.data() + 16, 0x00000000ABCD0000ull);
@@ -33,21 +34,21 @@ TEST(BlockDescriptor, ParseReadsEveryFieldLittleEndian) {
 
 TEST(BlockDescriptor, FlagBitsAreRecognisedSeparately) {
   BlockDescriptor descriptor;
-  descriptor.flags = BlockDescriptor::kFlagForwarder;
+  descriptor.flags = format::kDescriptorFlagForwarder;
   EXPECT_TRUE(descriptor.IsForwarder());
-  descriptor.flags = BlockDescriptor::kFlagOverlay;
+  descriptor.flags = format::kDescriptorFlagOverlay;
   EXPECT_TRUE(descriptor.IsOverlay());
   EXPECT_FALSE(descriptor.IsForwarder());
-  descriptor.flags = BlockDescriptor::kFlagNotUsed | 0x80;
+  descriptor.flags = format::kDescriptorFlagNotUsed | 0x80;
   EXPECT_TRUE(descriptor.IsNotUsed());
   EXPECT_FALSE(descriptor.IsOverlay());
 }
 
 TEST(BlockDescriptor, OnlyAllZeroBytesAreEmpty) {
-  std::vector<uint8_t> bytes(BlockDescriptor::kSize, 0);
+  std::vector<uint8_t> bytes(format::kDescriptorSize, 0);
   EXPECT_TRUE(BlockDescriptor::Parse(bytes.data()).IsEmpty());
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    bytes.assign(BlockDescriptor::kSize, 0);
+    bytes.assign(format::kDescriptorSize, 0);
     bytes[i] = 1;
     EXPECT_FALSE(BlockDescriptor::Parse(bytes.data()).IsEmpty()) << "byte " << i;
   }

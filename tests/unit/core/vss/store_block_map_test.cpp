@@ -12,13 +12,14 @@
 
 namespace {
 
+namespace format = tolvarcore::vss::format;
 using tolvarcore::vss::BlockDescriptor;
 using tolvarcore::vss::StoreBlockMap;
 
-constexpr uint64_t kBlock = StoreBlockMap::kBlockSize;
-constexpr uint32_t kForwarder = BlockDescriptor::kFlagForwarder;
-constexpr uint32_t kOverlay = BlockDescriptor::kFlagOverlay;
-constexpr uint32_t kNotUsed = BlockDescriptor::kFlagNotUsed;
+constexpr uint64_t kBlock = format::kBlockSize;
+constexpr uint32_t kForwarder = format::kDescriptorFlagForwarder;
+constexpr uint32_t kOverlay = format::kDescriptorFlagOverlay;
+constexpr uint32_t kNotUsed = format::kDescriptorFlagNotUsed;
 
 BlockDescriptor Plain(uint64_t block, uint64_t dataBlock, uint32_t extraFlags = 0) {
   BlockDescriptor descriptor;
@@ -253,9 +254,9 @@ TEST(StoreBlockMap, KeyNearTheTopOfTheRangeDoesNotOverflowTheLookup) {
 }
 
 std::vector<uint8_t> PayloadOf(const std::vector<BlockDescriptor>& list, std::size_t extraBytes) {
-  std::vector<uint8_t> bytes(list.size() * BlockDescriptor::kSize + extraBytes, 0);
+  std::vector<uint8_t> bytes(list.size() * format::kDescriptorSize + extraBytes, 0);
   for (std::size_t i = 0; i < list.size(); ++i) {
-    uint8_t* slot = bytes.data() + i * BlockDescriptor::kSize;
+    uint8_t* slot = bytes.data() + i * format::kDescriptorSize;
     ntfsparsercore::io::StoreLe64(slot + 0, list[i].originalOffset);
     ntfsparsercore::io::StoreLe64(slot + 8, list[i].relativeOffset);
     ntfsparsercore::io::StoreLe64(slot + 16, list[i].storeDataOffset);

@@ -13,13 +13,14 @@
 
 namespace {
 
+namespace format = tolvarcore::vss::format;
 using tolvarcore::vss::BlockDescriptor;
 using tolvarcore::vss::StoreBlockMap;
 using tolvarcore::vss::StoreLayer;
 using tolvarcore::vss::StoreLayers;
 using tolvarcore::vss::StoreSnapshotSource;
 
-constexpr uint64_t kBlock = StoreBlockMap::kBlockSize;
+constexpr uint64_t kBlock = format::kBlockSize;
 constexpr uint64_t kSector = 512;
 constexpr uint64_t kVolumeBlocks = 64;
 constexpr uint64_t kVolumeSize = kVolumeBlocks * kBlock;
@@ -37,12 +38,12 @@ BlockDescriptor Forwarder(uint64_t block, uint64_t targetBlock) {
   BlockDescriptor descriptor;
   descriptor.originalOffset = block * kBlock;
   descriptor.relativeOffset = targetBlock * kBlock;
-  descriptor.flags = BlockDescriptor::kFlagForwarder;
+  descriptor.flags = format::kDescriptorFlagForwarder;
   return descriptor;
 }
 
 BlockDescriptor Overlay(uint64_t block, uint64_t dataBlock, uint32_t bitmap) {
-  BlockDescriptor descriptor = Plain(block, dataBlock, BlockDescriptor::kFlagOverlay);
+  BlockDescriptor descriptor = Plain(block, dataBlock, format::kDescriptorFlagOverlay);
   descriptor.relativeOffset = 1;
   descriptor.allocationBitmap = bitmap;
   return descriptor;
@@ -160,7 +161,7 @@ TEST_F(StoreSnapshotSourceTest, ForwarderToABlockTheNextStoreDoesNotKeepReadsThe
 }
 
 TEST_F(StoreSnapshotSourceTest, ForwarderInTheNewestStoreReadsTheVolumeAtItsTarget) {
-  auto view = View({Layer({}), Layer({Forwarder(5, 9), Plain(9, 41, BlockDescriptor::kFlagNotUsed)})}, 0);
+  auto view = View({Layer({}), Layer({Forwarder(5, 9), Plain(9, 41, format::kDescriptorFlagNotUsed)})}, 0);
   EXPECT_EQ(ReadOf(*view, 5 * kBlock, kBlock), VolumeBlock(9));
 }
 
@@ -191,9 +192,9 @@ TEST_F(StoreSnapshotSourceTest, ForwarderTargetDescribedInTheSameStoreReadsItsDa
 }
 
 TEST_F(StoreSnapshotSourceTest, NotUsedDescriptorLeavesTheBlockToNewerStoresAndTheVolume) {
-  std::vector<StoreLayer> layers = {Layer({Plain(5, 40, BlockDescriptor::kFlagNotUsed)}), Layer({Plain(5, 41)})};
+  std::vector<StoreLayer> layers = {Layer({Plain(5, 40, format::kDescriptorFlagNotUsed)}), Layer({Plain(5, 41)})};
   EXPECT_EQ(ReadOf(*View(layers, 0), 5 * kBlock, kBlock), VolumeBlock(41));
-  auto alone = View({Layer({Plain(5, 40, BlockDescriptor::kFlagNotUsed)})}, 0);
+  auto alone = View({Layer({Plain(5, 40, format::kDescriptorFlagNotUsed)})}, 0);
   EXPECT_EQ(ReadOf(*alone, 5 * kBlock, kBlock), VolumeBlock(5));
 }
 
