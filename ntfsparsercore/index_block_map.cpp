@@ -4,7 +4,9 @@
 #include <set>
 
 #include "ntfsparsercore/attributes/readers/i_reader.h"
+#include "ntfsparsercore/index_entry_header.h"
 #include "ntfsparsercore/io/little_endian.h"
+#include "ntfsparsercore/ntfs_format.h"
 
 namespace ntfsparsercore {
 
@@ -60,9 +62,9 @@ void IndexBlockMap::Walk(const std::shared_ptr<UsnController>& root, std::vector
   std::set<const UsnController*> walked;
   auto enter = [&](UsnController* block) {
     if (!block || !walked.insert(block).second) return;
-    uint8_t node[kNodeHeaderSize];
-    if (block->Read(node, kNodeHeaderSize, kNodeHeaderOffset) < kNodeHeaderSize) return;
-    stack.push_back(Frame{block, io::LoadLe32(node + kEntriesOffsetOffset) + kNodeHeaderOffset});
+    uint8_t node[format::kNodeHeaderSize];
+    if (block->Read(node, format::kNodeHeaderSize, kNodeHeaderOffset) < format::kNodeHeaderSize) return;
+    stack.push_back(Frame{block, io::LoadLe32(node + format::kNodeEntriesOffset) + kNodeHeaderOffset});
   };
   auto leave = [&]() { stack.pop_back(); };
   enter(root.get());
@@ -71,13 +73,13 @@ void IndexBlockMap::Walk(const std::shared_ptr<UsnController>& root, std::vector
   bool resumed = false;
   while (!stack.empty()) {
     Frame& frame = stack.back();
-    uint8_t entry[kEntryHeaderSize] = {};  // a short read leaves zeros
-    frame.block->Read(entry, kEntryHeaderSize, frame.position);
-    const uint16_t length = io::LoadLe16(entry + kEntryLengthOffset);
-    const uint32_t flags = io::LoadLe32(entry + kEntryFlagsOffset);
-    if ((flags & kFlagHasSubNode) && !resumed) {
-      uint8_t vcn[kSubNodeVcnSize];
-      if (frame.block->Read(vcn, kSubNodeVcnSize, frame.position + length - kSubNodeVcnSize) < kSubNodeVcnSize) {
+    uint8_t bytes[format::kEntryHeaderSize] = {};  // a short read leaves zeros
+    frame.block->Read(bytes, format::kEntryHeaderSize, frame.position);
+    const IndexEntryHeader entry = IndexEntryHeader::Parse(bytes);
+    if (entry.HasSubNode() && !resumed) {
+      uint8_t vcn[format::kSubNodeVcnSize];
+      if (frame.block->Read(vcn, format::kSubNodeVcnSize, entry.SubNodeVcnPosition(frame.position)) <
+          format::kSubNodeVcnSize) {
         leave();
         resumed = true;
         continue;
@@ -88,19 +90,19 @@ void IndexBlockMap::Walk(const std::shared_ptr<UsnController>& root, std::vector
       continue;
     }
     resumed = false;
-    if (flags & kFlagLastEntry) {
+    if (entry.IsLast()) {
       leave();
       resumed = true;
       continue;
     }
-    recordNumbers->push_back(io::LoadLe64(entry + kFileReferenceOffset) & kRecordNumberMask);
+    recordNumbers->push_back(entry.RecordNumber());
     // An entry of length 0 would be listed again forever: it ends the block.
-    if (length == 0) {
+    if (entry.length == 0) {
       leave();
       resumed = true;
       continue;
     }
-    frame.position += length;
+    frame.position += entry.length;
   }
 }
 

@@ -17,7 +17,7 @@ namespace ntfsparsercore {
 class IndexBlockMap {
  public:
   // Reads every block of the first index allocation attribute (the
-  // directory's attributes of type 0xA0, as MftRecord::GetAttributes(160)
+  // directory's attributes of type 0xA0, as MftRecord::GetAttributes(format::kAttributeIndexAllocation)
   // returns them) through a fixed-up "INDX" reader each. A block that is not
   // "INDX" is reported (level 3) and skipped, as is one whose first 24
   // bytes cannot be read; a VCN met twice keeps the later block. The
@@ -38,19 +38,9 @@ class IndexBlockMap {
 
   // Index block header, after the multi-sector header.
   static constexpr uint64_t kBlockHeaderSize = 24;
-  static constexpr uint64_t kVcnOffset = 0x10;         // 8 bytes: VCN of this block
-  static constexpr uint64_t kNodeHeaderOffset = 0x18;  // the node header; entry offsets count from here
-  static constexpr uint64_t kNodeHeaderSize = 16;
-  static constexpr uint64_t kEntriesOffsetOffset = 0x00;  // in the node header, 4 bytes: first entry
-  // Index entry header.
-  static constexpr uint64_t kEntryHeaderSize = 16;
-  static constexpr uint64_t kFileReferenceOffset = 0x00;  // 8 bytes: record number in the low 48 bits
-  static constexpr uint64_t kEntryLengthOffset = 0x08;    // 2 bytes: step to the next entry
-  static constexpr uint64_t kEntryFlagsOffset = 0x0C;     // 4 bytes: entry flags
-  static constexpr uint32_t kFlagHasSubNode = 0x01;       // the entry's last 8 bytes name a sub-node VCN
-  static constexpr uint32_t kFlagLastEntry = 0x02;        // the entry ends the node and names no file
-  static constexpr uint64_t kSubNodeVcnSize = 8;
-  static constexpr uint64_t kRecordNumberMask = 0x0000FFFFFFFFFFFFull;
+  static constexpr uint64_t kVcnOffset = 0x10;  // 8 bytes: VCN of this block
+  static constexpr uint64_t kNodeHeaderOffset =
+      0x18;  // the node header (format::kNode*); entry offsets count from here
 
  private:
   // Files the block at offset; false when nothing of it can be read.

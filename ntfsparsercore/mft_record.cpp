@@ -9,6 +9,7 @@
 #include "ntfsparsercore/attribute_list_entry.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/mft_table.h"
+#include "ntfsparsercore/ntfs_format.h"
 
 using tolvarcommon::kErrorFormat;
 using tolvarcommon::kErrorInvalid;
@@ -197,7 +198,7 @@ MftRecord::AttributeList MftRecord::GatherListedAttributes(const std::shared_ptr
 MftRecord::AttributeList MftRecord::GetAttributes() {
   const RecordList own = WalkOwnRecords();
   for (const auto& record : own) {
-    if (record->GetType() == kAttributeListType) return GatherListedAttributes(record);
+    if (record->GetType() == format::kAttributeAttributeList) return GatherListedAttributes(record);
   }
   return OwnAttributes(own, nullptr);
 }
@@ -205,7 +206,7 @@ MftRecord::AttributeList MftRecord::GetAttributes() {
 MftRecord::AttributeList MftRecord::GetAttributes(uint32_t type) {
   const RecordList own = WalkOwnRecords();
   for (const auto& record : own) {
-    if (record->GetType() != kAttributeListType) continue;
+    if (record->GetType() != format::kAttributeAttributeList) continue;
     AttributeList kept;
     for (auto& attribute : GatherListedAttributes(record)) {
       if (attribute->GetType() == type) kept.push_back(std::move(attribute));

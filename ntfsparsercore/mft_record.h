@@ -24,9 +24,6 @@ class MftRecord : public io::ISource, public std::enable_shared_from_this<MftRec
   using AttributeList = std::vector<std::shared_ptr<Attribute>>;
   using RecordList = std::vector<std::shared_ptr<AttributeRecord>>;
 
-  static constexpr uint32_t kAttributeListType = 0x20;
-  static constexpr uint64_t kRecordNumberMask = 0x0000FFFFFFFFFFFFull;
-
   // Reads the record at offset of source. A record that fails a check is
   // reported (level 3) and left not in use. Always made inside a shared
   // pointer (the attribute walk hands out shared pointers to the record).

@@ -5,9 +5,12 @@
 
 #include "common/error_queue.h"
 #include "common/error_recorder.h"
+#include "ntfsparsercore/file_name_value.h"
 #include "ntfsparsercore/index_block_map.h"
+#include "ntfsparsercore/index_entry_header.h"
+#include "ntfsparsercore/index_root.h"
 #include "ntfsparsercore/io/little_endian.h"
-#include "ntfsparsercore/utf16_name.h"
+#include "ntfsparsercore/ntfs_format.h"
 
 using tolvarcommon::ErrorRecord;
 using tolvarcommon::ErrorRecorder;
@@ -19,29 +22,12 @@ namespace ntfsparsercore {
 
 namespace {
 
-constexpr uint32_t kFileNameType = 0x30;
-constexpr uint32_t kIndexRootType = 0x90;
-constexpr uint32_t kIndexAllocationType = 0xA0;
-constexpr uint64_t kRootDirectoryRecord = 5;
 constexpr char kSeparator = '/';
 constexpr char kRootName[] = ".";
 
-// File name attribute value; the first kFileNameHeaderSize bytes are read in one piece.
-constexpr uint64_t kFileNameHeaderSize = 66;
-constexpr uint64_t kParentReferenceOffset = 0;  // 8 bytes: parent directory, number in the low 48 bits
-constexpr uint64_t kNameLengthOffset = 64;      // 1 byte: name length in UTF-16 code units
-constexpr uint64_t kNamespaceOffset = 65;       // 1 byte: namespace of the name
-constexpr uint64_t kNameOffset = 66;            // the name, UTF-16LE
-constexpr std::size_t kNameBufferSize = 514;    // 255 code units and a terminator
-// Namespaces in the order they are preferred: POSIX, Win32, Win32 and DOS, DOS.
-constexpr uint8_t kNamespaceOrder[] = {0, 1, 3, 2};
-
-// Index root value: its header, then the node header.
-constexpr uint64_t kRootHeaderSize = 16;
-constexpr uint64_t kBlockSizeOffset = 8;        // in the root header, 4 bytes: bytes per index block
-constexpr uint64_t kRootNodeHeaderOffset = 16;  // the node header; entry offsets count from here
-constexpr uint64_t kNodeHeaderSize = 16;
-constexpr uint64_t kEntriesOffsetOffset = 0;  // in the node header, 4 bytes: first entry
+// Namespaces in the order they are preferred.
+constexpr uint8_t kNamespaceOrder[] = {FileNameValue::kNamespacePosix, FileNameValue::kNamespaceWin32,
+                                       FileNameValue::kNamespaceWin32AndDos, FileNameValue::kNamespaceDos};
 
 // The record number kept with a found name: the parent directory's.
 struct FoundName {
@@ -54,14 +40,11 @@ struct FoundName {
 bool FindNameInNamespace(const MftRecord::AttributeList& names, uint8_t ns, FoundName* found) {
   for (const auto& attribute : names) {
     auto reader = attribute->CreateReader();
-    uint8_t header[kFileNameHeaderSize];
-    if (!reader || reader->Read(header, kFileNameHeaderSize, 0) < kFileNameHeaderSize) return false;
-    if (header[kNamespaceOffset] != ns) continue;
-    const uint8_t length = header[kNameLengthOffset];
-    uint8_t name[kNameBufferSize] = {};
-    reader->Read(name, 2u * length, kNameOffset);
-    found->parentRecordNumber = io::LoadLe64(header + kParentReferenceOffset) & MftRecord::kRecordNumberMask;
-    found->name = Utf16LeToUtf8(name, length);
+    FileNameValue value;
+    if (!reader || !value.ReadHeader(*reader)) return false;
+    if (value.Namespace() != ns) continue;
+    found->name = value.ReadName(*reader);
+    found->parentRecordNumber = value.ParentRecordNumber();
     return true;
   }
   return false;
@@ -109,7 +92,8 @@ void WalkSubNode(const std::shared_ptr<MftRecord>& record, uint64_t blockSize, u
     ReplayErrors(subNodes->messages);
   } else {
     ErrorRecorder recorder;
-    subNodes->map.reset(new IndexBlockMap(record->GetVolume(), record->GetAttributes(kIndexAllocationType), blockSize));
+    subNodes->map.reset(
+        new IndexBlockMap(record->GetVolume(), record->GetAttributes(format::kAttributeIndexAllocation), blockSize));
     subNodes->messages = recorder.Records();
     subNodes->reusable = !recorder.ReadFailed();
   }
@@ -120,7 +104,7 @@ void WalkSubNode(const std::shared_ptr<MftRecord>& record, uint64_t blockSize, u
 
 std::string GetFileName(const std::shared_ptr<MftRecord>& record) {
   if (!record) return std::string();
-  const MftRecord::AttributeList names = record->GetAttributes(kFileNameType);
+  const MftRecord::AttributeList names = record->GetAttributes(format::kAttributeFileName);
   FoundName found;
   for (uint8_t ns : kNamespaceOrder) {
     if (FindNameInNamespace(names, ns, &found)) return found.name;
@@ -131,36 +115,29 @@ std::string GetFileName(const std::shared_ptr<MftRecord>& record) {
 std::vector<uint64_t> ListDirectory(const std::shared_ptr<MftRecord>& record) {
   std::vector<uint64_t> numbers;
   if (!record) return numbers;
-  const MftRecord::AttributeList roots = record->GetAttributes(kIndexRootType);
+  const MftRecord::AttributeList roots = record->GetAttributes(format::kAttributeIndexRoot);
   if (roots.empty()) return numbers;
   auto reader = roots.front()->CreateReader();
-  uint8_t rootHeader[kRootHeaderSize];
-  uint8_t nodeHeader[kNodeHeaderSize];
-  if (!reader || reader->Read(rootHeader, kRootHeaderSize, 0) < kRootHeaderSize ||
-      reader->Read(nodeHeader, kNodeHeaderSize, kRootNodeHeaderOffset) < kNodeHeaderSize) {
-    return numbers;
-  }
-  const uint64_t blockSize = io::LoadLe32(rootHeader + kBlockSizeOffset);
-  uint64_t position = kRootNodeHeaderOffset + io::LoadLe32(nodeHeader + kEntriesOffsetOffset);
+  IndexRoot root;
+  if (!reader || !IndexRoot::Read(*reader, &root)) return numbers;
+  uint64_t position = root.firstEntry;
   SubNodeMap subNodes;
   for (;;) {
-    uint8_t entry[IndexBlockMap::kEntryHeaderSize];
-    if (reader->Read(entry, IndexBlockMap::kEntryHeaderSize, position) < IndexBlockMap::kEntryHeaderSize) break;
-    const uint16_t length = io::LoadLe16(entry + IndexBlockMap::kEntryLengthOffset);
-    const uint32_t flags = io::LoadLe32(entry + IndexBlockMap::kEntryFlagsOffset);
-    if (flags & IndexBlockMap::kFlagHasSubNode) {
-      uint8_t vcn[IndexBlockMap::kSubNodeVcnSize];
-      if (reader->Read(vcn, IndexBlockMap::kSubNodeVcnSize, position + length - IndexBlockMap::kSubNodeVcnSize) <
-          IndexBlockMap::kSubNodeVcnSize) {
+    uint8_t bytes[format::kEntryHeaderSize];
+    if (reader->Read(bytes, format::kEntryHeaderSize, position) < format::kEntryHeaderSize) break;
+    const IndexEntryHeader entry = IndexEntryHeader::Parse(bytes);
+    if (entry.HasSubNode()) {
+      uint8_t vcn[format::kSubNodeVcnSize];
+      if (reader->Read(vcn, format::kSubNodeVcnSize, entry.SubNodeVcnPosition(position)) < format::kSubNodeVcnSize) {
         break;
       }
-      WalkSubNode(record, blockSize, io::LoadLe64(vcn), &subNodes, &numbers);
+      WalkSubNode(record, root.blockSize, io::LoadLe64(vcn), &subNodes, &numbers);
     }
-    if (flags & IndexBlockMap::kFlagLastEntry) break;
-    numbers.push_back(io::LoadLe64(entry + IndexBlockMap::kFileReferenceOffset) & IndexBlockMap::kRecordNumberMask);
+    if (entry.IsLast()) break;
+    numbers.push_back(entry.RecordNumber());
     // An entry of length 0 would be listed again forever: it ends the listing.
-    if (length == 0) break;
-    position += length;
+    if (entry.length == 0) break;
+    position += entry.length;
   }
   return numbers;
 }
@@ -179,7 +156,7 @@ io::NtfsFile* FindFile(const std::shared_ptr<NtfsVolume>& volume, const std::str
   // Without a volume or its table there is no root directory to start from.
   if (!volume || !volume->GetMftTable()) return nullptr;
   MftTable* table = volume->GetMftTable();
-  std::shared_ptr<MftRecord> directory = table->GetRecord(kRootDirectoryRecord, true);
+  std::shared_ptr<MftRecord> directory = table->GetRecord(format::kRootDirectoryRecord, true);
   for (std::size_t i = 0; i < components.size(); ++i) {
     std::shared_ptr<MftRecord> match = FindChild(table, directory, components[i]);
     if (!match) return nullptr;

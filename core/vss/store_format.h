@@ -26,8 +26,8 @@ namespace format {
 constexpr uint8_t kStoreIdentifierBytes[16] = {0x6b, 0x87, 0x08, 0x38, 0x76, 0xc1, 0x48, 0x4e,
                                                0xb7, 0xae, 0x04, 0x04, 0x6e, 0x6c, 0xc7, 0x52};
 
-constexpr uint64_t kPageSize = 16384;                         // one store page
-constexpr uint64_t kPageHeaderSize = 128;                     // the header at the start of every page
+constexpr uint64_t kPageSize = 16384;                               // one store page
+constexpr uint64_t kPageHeaderSize = 128;                           // the header at the start of every page
 constexpr uint64_t kPagePayloadSize = kPageSize - kPageHeaderSize;  // 16256 (0x3F80) bytes of payload per page
 
 // The unit of the block list, the store data blocks and the store bitmaps:
@@ -71,15 +71,15 @@ static_assert(kPageHeaderReadSize <= kPageHeaderSize, "the read stays inside the
 constexpr uint64_t kVolumeHeaderOffset = 0x1E00;
 constexpr uint64_t kVolumeHeaderSize = 512;
 
-constexpr uint64_t kHeaderIdentifier = 0;               // 16 bytes: kStoreIdentifierBytes
-constexpr uint64_t kHeaderVersion = 16;                 // 4 bytes: 1
-constexpr uint64_t kHeaderRecordType = 20;              // 4 bytes: kRecordVolumeHeader
-constexpr uint64_t kHeaderOwnOffset = 24;               // 8 bytes: kVolumeHeaderOffset
-constexpr uint64_t kHeaderOwnOffsetAgain = 32;          // 8 bytes: kVolumeHeaderOffset once more
-constexpr uint64_t kHeaderCatalogOffset = 48;           // 8 bytes: the catalog's first page, 0 without a store
-constexpr uint64_t kHeaderMaximumSize = 56;             // 8 bytes: the largest size the store may grow to
-constexpr uint64_t kHeaderVolumeIdentifier = 64;        // 16 bytes: the volume's identifier
-constexpr uint64_t kHeaderStoreVolumeIdentifier = 80;   // 16 bytes: the identifier of the volume holding the store
+constexpr uint64_t kHeaderIdentifier = 0;              // 16 bytes: kStoreIdentifierBytes
+constexpr uint64_t kHeaderVersion = 16;                // 4 bytes: 1
+constexpr uint64_t kHeaderRecordType = 20;             // 4 bytes: kRecordVolumeHeader
+constexpr uint64_t kHeaderOwnOffset = 24;              // 8 bytes: kVolumeHeaderOffset
+constexpr uint64_t kHeaderOwnOffsetAgain = 32;         // 8 bytes: kVolumeHeaderOffset once more
+constexpr uint64_t kHeaderCatalogOffset = 48;          // 8 bytes: the catalog's first page, 0 without a store
+constexpr uint64_t kHeaderMaximumSize = 56;            // 8 bytes: the largest size the store may grow to
+constexpr uint64_t kHeaderVolumeIdentifier = 64;       // 16 bytes: the volume's identifier
+constexpr uint64_t kHeaderStoreVolumeIdentifier = 80;  // 16 bytes: the identifier of the volume holding the store
 
 // The reader takes the header up to the end of the store volume identifier.
 constexpr uint64_t kVolumeHeaderReadSize = kHeaderStoreVolumeIdentifier + 16;  // 96
@@ -100,11 +100,11 @@ constexpr uint64_t kCatalogEntryDefinition = 2;   // a shadow copy's definition
 constexpr uint64_t kCatalogEntryDeclaration = 3;  // where a shadow copy's store records lie
 
 // Body of a definition entry (offsets from the body's start).
-constexpr uint64_t kDefinitionVolumeSize = 0;        // 8 bytes: the volume's size in bytes
-constexpr uint64_t kDefinitionStoreIdentifier = 8;   // 16 bytes: the store's identifier, its name
-constexpr uint64_t kDefinitionCreationOrder = 24;    // 8 bytes: ascending with the shadow copies' age
-constexpr uint64_t kDefinitionFlags = 32;            // 8 bytes: the store's flags
-constexpr uint64_t kDefinitionCreationTime = 40;     // 8 bytes: FILETIME (100 ns since 1601, UTC)
+constexpr uint64_t kDefinitionVolumeSize = 0;       // 8 bytes: the volume's size in bytes
+constexpr uint64_t kDefinitionStoreIdentifier = 8;  // 16 bytes: the store's identifier, its name
+constexpr uint64_t kDefinitionCreationOrder = 24;   // 8 bytes: ascending with the shadow copies' age
+constexpr uint64_t kDefinitionFlags = 32;           // 8 bytes: the store's flags
+constexpr uint64_t kDefinitionCreationTime = 40;    // 8 bytes: FILETIME (100 ns since 1601, UTC)
 constexpr uint64_t kDefinitionBodySize = 48;
 
 // Body of a declaration entry (offsets from the body's start).
@@ -142,10 +142,10 @@ constexpr uint64_t kInfoHeadSize = kInfoSnapshotContext;  // 48
 // Block descriptors: the payload of a block list record, 32 bytes each.
 
 constexpr uint64_t kDescriptorSize = 32;
-constexpr uint64_t kDescriptorOriginalOffset = 0;    // 8 bytes: volume offset of the block described
-constexpr uint64_t kDescriptorRelativeOffset = 8;    // 8 bytes: offset within the store; a forwarder's target
-constexpr uint64_t kDescriptorStoreDataOffset = 16;  // 8 bytes: volume offset of the old contents
-constexpr uint64_t kDescriptorFlags = 24;            // 4 bytes: kDescriptorFlag* bits
+constexpr uint64_t kDescriptorOriginalOffset = 0;     // 8 bytes: volume offset of the block described
+constexpr uint64_t kDescriptorRelativeOffset = 8;     // 8 bytes: offset within the store; a forwarder's target
+constexpr uint64_t kDescriptorStoreDataOffset = 16;   // 8 bytes: volume offset of the old contents
+constexpr uint64_t kDescriptorFlags = 24;             // 4 bytes: kDescriptorFlag* bits
 constexpr uint64_t kDescriptorAllocationBitmap = 28;  // 4 bytes: an overlay's kept sectors
 
 constexpr uint32_t kDescriptorFlagForwarder = 0x1;  // the old contents are another block's

@@ -1,13 +1,14 @@
 #include "ntfsparsercore/io/ntfs_file.h"
 
 #include "ntfsparsercore/mft_record.h"
+#include "ntfsparsercore/ntfs_format.h"
 
 namespace ntfsparsercore {
 namespace io {
 
 NtfsFile::NtfsFile(const std::shared_ptr<MftRecord>& record) {
   if (!record || !record->IsInUse()) return;
-  MftRecord::AttributeList data = record->GetAttributes(kDataAttributeType);
+  MftRecord::AttributeList data = record->GetAttributes(format::kAttributeData);
   for (const auto& attribute : data) {
     if (attribute->IsNamed()) continue;
     attribute_.reset(new Attribute(*attribute));

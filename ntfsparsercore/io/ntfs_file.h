@@ -18,8 +18,6 @@ namespace io {
 
 class NtfsFile : public ISource {
  public:
-  static constexpr uint32_t kDataAttributeType = 128;
-
   // The file's first unnamed data attribute and its reader. A null record,
   // one not in use or one without an unnamed data attribute gives an empty
   // file.

@@ -16,8 +16,6 @@ namespace readers {
 
 class ReadersFactory {
  public:
-  static constexpr uint32_t kDataAttributeType = 0x80;
-
   // One factory per volume; the volume is borrowed and outlives it.
   explicit ReadersFactory(IVolume* volume) : volume_(volume) {}
 
