@@ -50,7 +50,7 @@ int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint6
   int32_t status = 0;
   while ((status = session.NextBlock(&block, &index, compare)) == TOLVAR_OK) {
     if (!writer->AddBlock(index, block)) {
-      std::fprintf(stderr, "tolvar: cannot write %s\n", writer->TemporaryPath().c_str());
+      std::fprintf(stderr, "tolvar: cannot write %s\n", writer->WritingName().c_str());
       return kExitFile;
     }
     lastServed = index;
@@ -97,18 +97,20 @@ int BackupCommand::Run(const CommandLine& arguments) {
   header.to = to;
   IncrementWriter writer(out);
   if (!writer.Begin(header, bitmap)) {
-    std::fprintf(stderr, "tolvar: cannot write %s\n", writer.TemporaryPath().c_str());
+    std::fprintf(stderr, "tolvar: cannot write %s\n", writer.WritingName().c_str());
     return kExitFile;
   }
 
   const int walked = WalkInto(session, bitmap, header.volumeSize, arguments.Has("--compare"), &writer);
   if (walked != kExitOk) return walked;
   if (!writer.Commit()) {
-    std::fprintf(stderr, "tolvar: cannot write %s\n", out.c_str());
+    std::fprintf(stderr, "tolvar: cannot write %s\n", writer.WritingName().c_str());
     return kExitFile;
   }
-  std::printf("%llu blocks of %llu bytes written to %s\n", static_cast<unsigned long long>(writer.BlockCount()),
-              static_cast<unsigned long long>(blockSize), out.c_str());
+  // With the increment on standard output, the summary goes to stderr.
+  std::fprintf(writer.IsStandardOutput() ? stderr : stdout, "%llu blocks of %llu bytes written to %s\n",
+               static_cast<unsigned long long>(writer.BlockCount()), static_cast<unsigned long long>(blockSize),
+               out.c_str());
   return kExitOk;
 }
 

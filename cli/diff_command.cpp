@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 
 #include "cli/exit_code.h"
 #include "cli/json_text.h"
+#include "cli/output_file.h"
 #include "cli/tracking_session.h"
 
 namespace tolvarcli {
@@ -49,11 +49,9 @@ int DiffCommand::Run(const CommandLine& arguments) {
 
   const std::string bitmapOut = arguments.Value("--bitmap-out", "");
   if (!bitmapOut.empty()) {
-    std::ofstream out(bitmapOut, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bitmap.data()), static_cast<std::streamsize>(bitmap.size()));
-    out.close();
-    if (out.fail()) {
-      std::fprintf(stderr, "tolvar: cannot write %s\n", bitmapOut.c_str());
+    OutputFile out(bitmapOut);
+    if (!out.Open() || !out.Write(bitmap.data(), bitmap.size()) || !out.Commit()) {
+      std::fprintf(stderr, "tolvar: cannot write %s\n", out.WritingName().c_str());
       return kExitFile;
     }
   }

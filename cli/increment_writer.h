@@ -1,16 +1,16 @@
-// Writes an increment file under a temporary name beside its target and
-// renames it into place only when complete, so that a failed backup leaves
-// no partial file behind.
+// Writes an increment file through an OutputFile: to standard output, in
+// place into a device or FIFO, or under a temporary name renamed into place
+// only when complete, so that a failed backup leaves no partial file behind.
 #ifndef TOLVAR_CLI_INCREMENT_WRITER_H_
 #define TOLVAR_CLI_INCREMENT_WRITER_H_
 
 #include <cstdint>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "cli/crc64.h"
 #include "cli/increment_header.h"
+#include "cli/output_file.h"
 
 namespace tolvarcli {
 
@@ -19,30 +19,27 @@ class IncrementWriter {
   explicit IncrementWriter(std::string path);
   IncrementWriter(const IncrementWriter&) = delete;
   IncrementWriter& operator=(const IncrementWriter&) = delete;
-  // Removes the temporary file unless Commit succeeded.
-  ~IncrementWriter();
 
-  // Creates the temporary file and writes the header and the bitmap.
+  // Opens the output and writes the header and the bitmap.
   bool Begin(const IncrementHeader& header, const std::vector<uint8_t>& bitmap);
 
   // Appends one block record (block holds the header's block size).
   bool AddBlock(uint64_t index, const std::vector<uint8_t>& block);
 
-  // Writes the trailer, closes the file and renames it to the target.
+  // Writes the trailer and commits the output.
   bool Commit();
 
-  const std::string& TemporaryPath() const { return temporary_; }
+  // The name to put in a message about a failed write.
+  std::string WritingName() const { return out_.WritingName(); }
+  bool IsStandardOutput() const { return out_.IsStandardOutput(); }
   uint64_t BlockCount() const { return count_; }
 
  private:
   bool Write(const void* data, std::size_t size);
 
-  std::string path_;        // the target
-  std::string temporary_;   // where the file grows until Commit
-  std::ofstream out_;       // the temporary file while open
-  Crc64 crc_;               // over every byte written so far
-  uint64_t count_ = 0;      // block records written
-  bool committed_ = false;  // renamed into place
+  OutputFile out_;      // the target
+  Crc64 crc_;           // over every byte written so far
+  uint64_t count_ = 0;  // block records written
 };
 
 }  // namespace tolvarcli
