@@ -11,6 +11,7 @@
 #include "cli/backup_command.h"
 #include "cli/diff_command.h"
 #include "cli/exit_code.h"
+#include "cli/export_command.h"
 #include "cli/filemap_command.h"
 #include "cli/list_command.h"
 
@@ -24,9 +25,11 @@ const char kUsage[] =
     "  tolvar backup VOLUME FROM TO OUT [--block-size N] [--compare] [--extra-pass]\n"
     "              [--exclude PATH]...\n"
     "  tolvar apply BASE INCREMENT\n"
+    "  tolvar export VOLUME SNAPSHOT OUT [--format raw] [--used-only]\n"
     "  tolvar filemap VOLUME FROM TO PATH [--block-size N] [--json]\n"
     "FROM and TO are shadow copy IDs as 'tolvar list' prints them; N is a multiple\n"
     "of 4096 from 4096 to 131072 (default 65536), in bytes or with a K suffix.\n"
+    "OUT of '-' is standard output; an existing device or FIFO is written in place.\n"
     "PATH is a file inside the volume, lower case, e.g. /documents/report.txt.\n"
     "exit codes: 0 done, 1 usage, 2 the library failed, 3 a file could not be\n"
     "read or written, 4 apply refused the increment (BASE untouched)\n";
@@ -43,6 +46,7 @@ const Subcommand kSubcommands[] = {
     {"diff", tolvarcli::DiffCommand::Grammar, tolvarcli::DiffCommand::Run},
     {"backup", tolvarcli::BackupCommand::Grammar, tolvarcli::BackupCommand::Run},
     {"apply", tolvarcli::ApplyCommand::Grammar, tolvarcli::ApplyCommand::Run},
+    {"export", tolvarcli::ExportCommand::Grammar, tolvarcli::ExportCommand::Run},
     {"filemap", tolvarcli::FilemapCommand::Grammar, tolvarcli::FilemapCommand::Run},
 };
 

@@ -7,16 +7,23 @@ and on the Windows 10 volume of the shared test data.
     check_cli.py --cli TOLVAR --work DIR failures --tool MKVSSIMAGE
     check_cli.py --cli TOLVAR --work DIR windows-list --disk NTFS_RAW --extract EXTRACT_PARTITION
     check_cli.py --cli TOLVAR --work DIR files --tool MKVSSIMAGE --lib LIBTOLVAR
+    check_cli.py --cli TOLVAR --work DIR export --tool MKVSSIMAGE --scenario NAME
+    check_cli.py --cli TOLVAR --work DIR special-outputs --tool MKVSSIMAGE
+    check_cli.py --cli TOLVAR --work DIR windows-export --disk NTFS_RAW --extract EXTRACT_PARTITION
 
-Exits 77 when the image builder cannot make images here (no FUSE) or the
-Windows disk image is absent."""
+Exits 77 when the image builder cannot make images here (no FUSE), the
+Windows disk image is absent, or pyvshadow (python3-libvshadow) is missing
+for the checks that read through it."""
 import argparse
 import hashlib
+import importlib.util
 import json
 import os
 import shutil
+import stat
 import subprocess
 import sys
+import threading
 
 SKIP = 77
 BLOCK_SIZES = (65536, 4096)
@@ -380,6 +387,211 @@ def check_files(arguments):
     print("missing paths exit 2 with the library's status")
 
 
+CHUNK = 1 << 20
+
+
+def open_vshadow(image):
+    """libvshadow's stores of image, oldest first; skips without pyvshadow."""
+    if importlib.util.find_spec("pyvshadow") is None:
+        print("SKIP: pyvshadow (python3-libvshadow) is missing")
+        sys.exit(SKIP)
+    import pyvshadow
+    volume = pyvshadow.volume()
+    volume.open(image)
+    return volume, [volume.get_store(index) for index in range(volume.number_of_stores)]
+
+
+def first_difference(store, path, mask=None):
+    """The first byte offset where the file at path differs from libvshadow's
+    read of store (with mask(offset, data) applied to the store's bytes), or
+    None; a size mismatch counts as a difference at the shorter end."""
+    size = store.volume_size
+    if os.path.getsize(path) != size:
+        return min(size, os.path.getsize(path))
+    with open(path, "rb") as handle:
+        for offset in range(0, size, CHUNK):
+            expected = store.read_buffer_at_offset(min(CHUNK, size - offset), offset)
+            if mask is not None:
+                expected = mask(offset, expected)
+            got = handle.read(len(expected))
+            if got != expected:
+                return offset + next(i for i in range(len(got)) if got[i] != expected[i])
+    return None
+
+
+def free_cluster_mask(image_of_snapshot, cluster_size):
+    """A mask that zeroes the clusters The Sleuth Kit's icat finds free in the
+    snapshot's $Bitmap (MFT record 6), and the count of free clusters."""
+    completed = run(["icat", image_of_snapshot, "6"])
+    if completed.returncode != 0:
+        raise Failure("icat of $Bitmap failed: %s" % completed.stderr.decode())
+    bitmap = completed.stdout
+    with open(image_of_snapshot, "rb") as handle:
+        handle.seek(0x28)
+        clusters = min(int.from_bytes(handle.read(8), "little") * 512 // cluster_size, len(bitmap) * 8)
+
+    def free(cluster):
+        return cluster < clusters and not (bitmap[cluster // 8] >> (cluster % 8)) & 1
+
+    def mask(offset, data):
+        data = bytearray(data)
+        for start in range(0, len(data), cluster_size):
+            if free((offset + start) // cluster_size):
+                data[start:start + cluster_size] = bytes(min(cluster_size, len(data) - start))
+        return bytes(data)
+    return mask, sum(1 for cluster in range(clusters) if free(cluster))
+
+
+def allocated_bytes(path):
+    return os.stat(path).st_blocks * 512
+
+
+def check_export(arguments):
+    """Every snapshot exported (raw, to a file and to standard output, and
+    with --used-only) against libvshadow's read of the same store."""
+    prefix, manifest = build_image(arguments, arguments.scenario)
+    image = prefix + ".img"
+    _, stores = open_vshadow(image)
+    snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
+    if len(stores) != len(snapshots):
+        raise Failure("libvshadow sees %d stores, the manifest lists %d" % (len(stores), len(snapshots)))
+    for order, (snapshot, store) in enumerate(zip(snapshots, stores), 1):
+        identifier = snapshot["shadow_copy_id"]
+        out = prefix + ".export.raw"
+        _, text, _ = expect(arguments, 0, None, [], "export", image, identifier, out)
+        difference = first_difference(store, out)
+        if difference is not None:
+            raise Failure("snapshot %d: export differs from libvshadow at byte %d" % (order, difference))
+        data = int(text.split("(")[1].split()[0])
+        if text.splitlines() != ["%d bytes of shadow copy %s exported to %s (%d bytes of data)"
+                                 % (store.volume_size, identifier, out, data)]:
+            raise Failure("snapshot %d: export said %r" % (order, text))
+        if allocated_bytes(out) > data + (1 << 20):
+            raise Failure("snapshot %d: the raw image takes %d bytes on disk for %d bytes of data: not sparse"
+                          % (order, allocated_bytes(out), data))
+        # Standard output carries the same bytes; the summary moves to stderr.
+        completed = run([arguments.cli, "export", image, identifier, "-"])
+        with open(out, "rb") as handle:
+            if completed.returncode != 0 or completed.stdout != handle.read():
+                raise Failure("snapshot %d: export to - differs from the file (exit %d)"
+                              % (order, completed.returncode))
+        if not completed.stderr.decode().startswith("%d bytes of shadow copy" % store.volume_size):
+            raise Failure("snapshot %d: export to - said %r on stderr" % (order, completed.stderr))
+        # --used-only: libvshadow's bytes with the clusters that $Bitmap
+        # (read by icat) marks free set to zero.
+        mask, free = free_cluster_mask(out, manifest["cluster_size"])
+        used = prefix + ".used.raw"
+        _, text, _ = expect(arguments, 0, None, [], "export", image, identifier, used, "--used-only")
+        lines = text.splitlines()
+        want = "%d of " % free
+        if len(lines) != 2 or not lines[1].startswith(want) or \
+                not lines[1].endswith(", %d bytes not read" % (free * manifest["cluster_size"])):
+            raise Failure("snapshot %d: export --used-only said %r; icat finds %d free clusters" % (order, text, free))
+        difference = first_difference(store, used, mask)
+        if difference is not None:
+            raise Failure("snapshot %d: export --used-only differs from libvshadow with free clusters zeroed, "
+                          "at byte %d" % (order, difference))
+        os.remove(out)
+        os.remove(used)
+        print("snapshot %d: export equals libvshadow's read (%d bytes of data); --used-only leaves out %d free "
+              "clusters" % (order, data, free))
+    # An unknown snapshot fails as Init does and leaves nothing behind.
+    out = prefix + ".export.raw"
+    missing = snapshots[0]["shadow_copy_id"][::-1]
+    expect(arguments, 2, [], ["tolvar: error 13: Failed build snapshot sequence. Start snapshot not find",
+                              "tolvar: cannot open shadow copy %s of %s" % (missing, image)],
+           "export", image, missing, out)
+    if os.path.exists(out) or os.path.exists(out + ".partial"):
+        raise Failure("a failed export left a file behind")
+    expect(arguments, 1, [], ["tolvar export: unknown format 'vmdk' (raw or qcow2)"],
+           "export", image, snapshots[0]["shadow_copy_id"], out, "--format", "vmdk")
+
+
+def check_windows_export(arguments):
+    """Both shadow copies of the Windows 10 volume exported and compared with
+    libvshadow's read, every byte."""
+    if not os.path.exists(arguments.disk):
+        print("SKIP: %s is absent (the store tests' fixture unpacks it)" % arguments.disk)
+        sys.exit(SKIP)
+    os.makedirs(arguments.work, exist_ok=True)
+    volume = os.path.join(arguments.work, "windows10.volume")
+    subprocess.run([sys.executable, arguments.extract, arguments.disk, str(WINDOWS_PARTITION_OFFSET),
+                    str(WINDOWS_PARTITION_LENGTH), volume], check=True)
+    _, stores = open_vshadow(volume)
+    for identifier, store in zip((WINDOWS_OLDER, WINDOWS_NEWER), stores):
+        out = os.path.join(arguments.work, "export.raw")
+        expect(arguments, 0, None, [], "export", volume, identifier, out)
+        difference = first_difference(store, out)
+        if difference is not None:
+            raise Failure("%s: export differs from libvshadow at byte %d" % (identifier, difference))
+        print("%s: export equals libvshadow's read, %d bytes (%d allocated)"
+              % (identifier, store.volume_size, allocated_bytes(out)))
+        os.remove(out)
+    os.remove(volume)
+
+
+def node_identity(path):
+    status = os.lstat(path)
+    return stat.S_IFMT(status.st_mode), status.st_rdev, status.st_ino
+
+
+def check_special_outputs(arguments):
+    """Every writing command given a FIFO and a character device as its output:
+    the node is still the same node afterwards, and a FIFO's reader gets the
+    bytes that the same command writes into a regular file."""
+    prefix, manifest = build_image(arguments, "default")
+    image = prefix + ".img"
+    older = manifest["snapshots"][0]["shadow_copy_id"]
+    newer = manifest["snapshots"][-1]["shadow_copy_id"]
+    work = os.path.dirname(prefix)
+    commands = {
+        "backup": lambda out: ["backup", image, older, newer, out],
+        "export": lambda out: ["export", image, newer, out],
+        "export --used-only": lambda out: ["export", image, newer, out, "--used-only"],
+        "diff --bitmap-out": lambda out: ["diff", image, older, newer, "--bitmap-out", out],
+    }
+    device = os.path.join(work, "null-device")
+    if os.path.exists(device):
+        os.remove(device)
+    try:
+        os.mknod(device, 0o666 | stat.S_IFCHR, os.makedev(1, 3))
+    except PermissionError:
+        print("SKIP: cannot make a device node here (not root)")
+        sys.exit(SKIP)
+    for name, words in commands.items():
+        regular = os.path.join(work, "regular.out")
+        expect(arguments, 0, None, [], *words(regular))
+        with open(regular, "rb") as handle:
+            expected = handle.read()
+        os.remove(regular)
+
+        fifo = os.path.join(work, "fifo.out")
+        if os.path.exists(fifo):
+            os.remove(fifo)
+        os.mkfifo(fifo)
+        before = node_identity(fifo)
+        received = []
+        reader = threading.Thread(target=lambda: received.append(open(fifo, "rb").read()))
+        reader.start()
+        expect(arguments, 0, None, [], *words(fifo))
+        reader.join(60)
+        if node_identity(fifo) != before:
+            raise Failure("%s into a FIFO replaced it" % name)
+        if os.path.exists(fifo + ".partial"):
+            raise Failure("%s into a FIFO left %s.partial" % (name, fifo))
+        if not received or received[0] != expected:
+            raise Failure("%s: the FIFO's reader got %d bytes, a regular file gets %d"
+                          % (name, len(received[0]) if received else -1, len(expected)))
+        os.remove(fifo)
+
+        before = node_identity(device)
+        expect(arguments, 0, None, [], *words(device))
+        if node_identity(device) != before:
+            raise Failure("%s into a character device replaced it" % name)
+        print("%s: a FIFO got the %d bytes a file gets; the device node is untouched" % (name, len(expected)))
+    os.remove(device)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--cli", required=True)
@@ -388,17 +600,22 @@ def main():
     roundtrip = commands.add_parser("roundtrip")
     roundtrip.add_argument("--tool", required=True)
     roundtrip.add_argument("--scenario", required=True)
-    for name in ("refusals", "failures"):
+    for name in ("refusals", "failures", "special-outputs"):
         commands.add_parser(name).add_argument("--tool", required=True)
+    export = commands.add_parser("export")
+    export.add_argument("--tool", required=True)
+    export.add_argument("--scenario", required=True)
     files = commands.add_parser("files")
     files.add_argument("--tool", required=True)
     files.add_argument("--lib", required=True)
-    windows = commands.add_parser("windows-list")
-    windows.add_argument("--disk", required=True)
-    windows.add_argument("--extract", required=True)
+    for name in ("windows-list", "windows-export"):
+        windows = commands.add_parser(name)
+        windows.add_argument("--disk", required=True)
+        windows.add_argument("--extract", required=True)
     arguments = parser.parse_args()
     checks = {"roundtrip": check_roundtrip, "refusals": check_refusals, "failures": check_failures,
-              "windows-list": check_windows_list, "files": check_files}
+              "windows-list": check_windows_list, "files": check_files, "export": check_export,
+              "special-outputs": check_special_outputs, "windows-export": check_windows_export}
     try:
         checks[arguments.check](arguments)
     except Failure as failure:

@@ -1,0 +1,136 @@
+// Writes a full image of one shadow copy as the library reads it: every
+// block of the view, all-zero blocks left as holes (raw) or unallocated
+// (qcow2). With --used-only, clusters that the snapshot's own $Bitmap marks
+// free are not read and read as zero in the image.
+#include "cli/export_command.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "cli/error_report.h"
+#include "cli/exit_code.h"
+#include "cli/image_writer.h"
+#include "cli/progress_meter.h"
+#include "cli/raw_image_writer.h"
+#include "cli/snapshot_reader.h"
+#include "cli/used_clusters.h"
+#include "cli/zero_bytes.h"
+
+namespace tolvarcli {
+
+namespace {
+
+// The unit of holes and of progress, and how much one read asks for.
+constexpr uint64_t kBlockSize = 65536;
+constexpr uint64_t kChunkSize = 16 * kBlockSize;
+
+std::unique_ptr<ImageWriter> MakeWriter(const std::string& format, const std::string& out) {
+  if (format == "raw") return std::make_unique<RawImageWriter>(out);
+  return nullptr;
+}
+
+// Reads one chunk into buffer: every block, or with used the blocks whose
+// clusters may hold data, each run of such blocks in one read; the rest,
+// and free clusters inside blocks that are read, zeroed.
+bool ReadChunk(SnapshotReader& snapshot, const UsedClusters* used, uint64_t offset, uint64_t size, uint8_t* buffer) {
+  if (used == nullptr) return snapshot.ReadExactly(buffer, size, offset);
+  uint64_t at = 0;
+  while (at < size) {
+    const uint64_t block = std::min(kBlockSize, size - at);
+    if (!used->MayHoldData(offset + at, block)) {
+      std::memset(buffer + at, 0, block);
+      at += block;
+      continue;
+    }
+    uint64_t run = block;
+    while (at + run < size && used->MayHoldData(offset + at + run, std::min(kBlockSize, size - at - run))) {
+      run += std::min(kBlockSize, size - at - run);
+    }
+    if (!snapshot.ReadExactly(buffer + at, run, offset + at)) return false;
+    for (uint64_t cluster = 0; cluster < run; cluster += used->ClusterSize()) {
+      const uint64_t piece = std::min(used->ClusterSize(), run - cluster);
+      if (!used->MayHoldData(offset + at + cluster, piece)) std::memset(buffer + at + cluster, 0, piece);
+    }
+    at += run;
+  }
+  return true;
+}
+
+// Copies the view into writer, block by block; zero blocks are not put.
+int CopyView(SnapshotReader& snapshot, const UsedClusters* used, ImageWriter* writer, uint64_t* dataBytes) {
+  const uint64_t size = snapshot.Size();
+  ProgressMeter progress((size + kBlockSize - 1) / kBlockSize, kBlockSize);
+  std::vector<uint8_t> buffer(kChunkSize);
+  for (uint64_t offset = 0; offset < size; offset += kChunkSize) {
+    const uint64_t chunk = std::min(kChunkSize, size - offset);
+    if (!ReadChunk(snapshot, used, offset, chunk, buffer.data())) return kExitLibrary;
+    for (uint64_t at = 0; at < chunk; at += kBlockSize) {
+      const uint64_t block = std::min(kBlockSize, chunk - at);
+      progress.Advance();
+      if (IsAllZero(buffer.data() + at, block)) continue;
+      if (!writer->Put(offset + at, buffer.data() + at, block)) {
+        std::fprintf(stderr, "tolvar: cannot write %s\n", writer->WritingName().c_str());
+        return kExitFile;
+      }
+      *dataBytes += block;
+    }
+  }
+  progress.Finish();
+  return kExitOk;
+}
+
+}  // namespace
+
+CommandLine::Grammar ExportCommand::Grammar() { return {3, {"--used-only"}, {"--format"}}; }
+
+int ExportCommand::Run(const CommandLine& arguments) {
+  const std::string& volume = arguments.Positional(0);
+  const std::string& shadowCopy = arguments.Positional(1);
+  const std::string& out = arguments.Positional(2);
+  const std::string format = arguments.Value("--format", "raw");
+  std::unique_ptr<ImageWriter> writer = MakeWriter(format, out);
+  if (!writer) {
+    std::fprintf(stderr, "tolvar export: unknown format '%s' (raw or qcow2)\n", format.c_str());
+    return kExitUsage;
+  }
+
+  SnapshotReader snapshot;
+  if (!snapshot.Open(volume, shadowCopy)) return kExitLibrary;
+  std::unique_ptr<UsedClusters> used;
+  if (arguments.Has("--used-only")) {
+    used = std::make_unique<UsedClusters>();
+    if (!used->Read(snapshot.Source())) {
+      ErrorReport::PrintFailureText("cannot read the NTFS cluster bitmap of shadow copy " + shadowCopy);
+      return kExitLibrary;
+    }
+  }
+
+  if (!writer->Open(snapshot.Size())) {
+    std::fprintf(stderr, "tolvar: cannot write %s\n", writer->WritingName().c_str());
+    return kExitFile;
+  }
+  uint64_t dataBytes = 0;
+  const int copied = CopyView(snapshot, used.get(), writer.get(), &dataBytes);
+  if (copied != kExitOk) return copied;
+  if (!writer->Commit()) {
+    std::fprintf(stderr, "tolvar: cannot write %s\n", writer->WritingName().c_str());
+    return kExitFile;
+  }
+  // With the image on standard output, the summary goes to stderr.
+  std::FILE* report = writer->IsStandardOutput() ? stderr : stdout;
+  std::fprintf(report, "%llu bytes of shadow copy %s exported to %s (%llu bytes of data)\n",
+               static_cast<unsigned long long>(snapshot.Size()), shadowCopy.c_str(), out.c_str(),
+               static_cast<unsigned long long>(dataBytes));
+  if (used) {
+    const uint64_t unused = used->UnusedClusters();
+    std::fprintf(report, "%llu of %llu clusters free in $Bitmap, %llu bytes not read\n",
+                 static_cast<unsigned long long>(unused), static_cast<unsigned long long>(used->ClusterCount()),
+                 static_cast<unsigned long long>(unused * used->ClusterSize()));
+  }
+  return kExitOk;
+}
+
+}  // namespace tolvarcli
