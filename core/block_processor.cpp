@@ -11,7 +11,6 @@
 #include "core/vss/snapshot_sequence.h"
 #include "core/vss/store_format.h"
 #include "core/vss/vss_volume.h"
-#include "ntfsparsercore/io/cache_proxy.h"
 
 using tolvarcommon::kErrorIo;
 using tolvarcommon::kErrorStore;
@@ -48,8 +47,7 @@ std::unique_ptr<vss::records::Catalog> OpenCatalog(const vss::VssVolume& volume)
 // The walk never looks past the count a short read returns, so a cache
 // line in front of a shadow copy may hand whole lines straight over.
 uint64_t ReadBlock(ntfsparsercore::io::ISource& source, uint8_t* buffer, uint64_t size, uint64_t offset) {
-  auto* lines = dynamic_cast<ntfsparsercore::io::CacheProxy*>(&source);
-  return lines != nullptr ? lines->ReadDirect(buffer, size, offset) : source.Read(buffer, size, offset);
+  return source.ReadDirect(buffer, size, offset);
 }
 
 // Store bitmap length for a volume of size bytes: one bit per 16 KiB block.

@@ -15,10 +15,10 @@ VolumeProvider::VolumeProvider(std::shared_ptr<ntfsparsercore::io::SourceFactory
 
 VolumeProvider::~VolumeProvider() = default;
 
-ntfsparsercore::io::ISource* VolumeProvider::OpenDevice(const std::string& path) {
-  ntfsparsercore::io::ISource* source = factory_->Open(path.c_str());
-  if (source == nullptr) return nullptr;
-  return factory_->CreateCacheProxy(source, lineSize_);
+std::unique_ptr<ntfsparsercore::io::ISource> VolumeProvider::OpenDevice(const std::string& path) {
+  std::unique_ptr<ntfsparsercore::io::ISource> source = factory_->Open(path.c_str());
+  if (!source) return nullptr;
+  return factory_->CreateCacheProxy(std::move(source), lineSize_);
 }
 
 std::shared_ptr<vss::VssVolume> VolumeProvider::OpenVolume(const std::string& path) {

@@ -42,17 +42,16 @@ class VolumeProvider {
   // itself, or another volume of the system with the wanted identifier.
   virtual std::shared_ptr<vss::VssVolume> FindStorage(const std::shared_ptr<vss::VssVolume>& volume);
 
-  // A new byte source over the snapshot's shadow copy, owned by the
-  // caller, or null. On Windows the shadow-copy device; on POSIX a view
-  // rebuilt from storage's store.
-  virtual ntfsparsercore::io::ISource* OpenShadowCopy(const std::shared_ptr<vss::Snapshot>& snapshot,
-                                                      const std::shared_ptr<vss::VssVolume>& storage);
+  // A new byte source over the snapshot's shadow copy, or null. On Windows
+  // the shadow-copy device; on POSIX a view rebuilt from storage's store.
+  virtual std::unique_ptr<ntfsparsercore::io::ISource> OpenShadowCopy(const std::shared_ptr<vss::Snapshot>& snapshot,
+                                                                      const std::shared_ptr<vss::VssVolume>& storage);
 
   virtual ~VolumeProvider();
 
  private:
   // Opens path through the factory behind a cache proxy; null on failure.
-  ntfsparsercore::io::ISource* OpenDevice(const std::string& path);
+  std::unique_ptr<ntfsparsercore::io::ISource> OpenDevice(const std::string& path);
 
   uint64_t lineSize_ = kLineSize;                               // cache line size for every source it opens
   std::shared_ptr<ntfsparsercore::io::SourceFactory> factory_;  // shared with Init, which creates it

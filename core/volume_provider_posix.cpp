@@ -6,16 +6,16 @@
 
 namespace tolvarcore {
 
-ntfsparsercore::io::ISource* VolumeProvider::OpenShadowCopy(const std::shared_ptr<vss::Snapshot>& snapshot,
-                                                            const std::shared_ptr<vss::VssVolume>& storage) {
+std::unique_ptr<ntfsparsercore::io::ISource> VolumeProvider::OpenShadowCopy(
+    const std::shared_ptr<vss::Snapshot>& snapshot, const std::shared_ptr<vss::VssVolume>& storage) {
   if (!snapshot || !storage) return nullptr;
   if (!stores_ || storesOf_ != storage) {
     stores_ = vss::StoreStack::Read(*storage);
     storesOf_ = storage;
   }
-  ntfsparsercore::io::ISource* view = stores_->OpenView(snapshot->GetGuid());
-  if (view == nullptr) return nullptr;
-  return factory_->CreateCacheProxy(view, lineSize_);
+  std::unique_ptr<ntfsparsercore::io::ISource> view = stores_->OpenView(snapshot->GetGuid());
+  if (!view) return nullptr;
+  return factory_->CreateCacheProxy(std::move(view), lineSize_);
 }
 
 }  // namespace tolvarcore

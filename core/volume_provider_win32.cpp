@@ -18,13 +18,13 @@ const char kCsvDevicePrefix[] = "\\\\?\\GLOBALROOT\\Device\\CSV{";
 // Tries the service's device object name, then the device named after the
 // store identifier, then the cluster-volume device named after the shadow
 // copy identifier of the store header record; the first that opens wins.
-ntfsparsercore::io::ISource* VolumeProvider::OpenShadowCopy(const std::shared_ptr<vss::Snapshot>& snapshot,
-                                                            const std::shared_ptr<vss::VssVolume>& storage) {
+std::unique_ptr<ntfsparsercore::io::ISource> VolumeProvider::OpenShadowCopy(
+    const std::shared_ptr<vss::Snapshot>& snapshot, const std::shared_ptr<vss::VssVolume>& storage) {
   const std::string name = snapshot->GetName();
   if (!name.empty()) {
-    if (auto* source = OpenDevice(name)) return source;
+    if (auto source = OpenDevice(name)) return source;
   }
-  if (auto* source = OpenDevice(kShadowCopyDevicePrefix + snapshot->GetGuid().ToString() + "}")) return source;
+  if (auto source = OpenDevice(kShadowCopyDevicePrefix + snapshot->GetGuid().ToString() + "}")) return source;
   auto record = storage->OpenRecord(snapshot->GetHeaderOffset());
   const vss::RecordHead head = vss::RecordHead::Read(record.get());
   return OpenDevice(kCsvDevicePrefix + head.firstIdentifier.ToString() + "}");

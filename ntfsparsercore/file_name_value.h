@@ -16,17 +16,17 @@ class FileNameValue {
  public:
   // The fixed part, read in one piece.
   static constexpr uint64_t kHeaderSize = 66;
-  static constexpr uint64_t kParentReference = 0x00;     // 8 bytes: file reference of the parent directory
-  static constexpr uint64_t kCreationTime = 0x08;        // 8 bytes: FILETIME
-  static constexpr uint64_t kModificationTime = 0x10;    // 8 bytes: FILETIME
+  static constexpr uint64_t kParentReference = 0x00;      // 8 bytes: file reference of the parent directory
+  static constexpr uint64_t kCreationTime = 0x08;         // 8 bytes: FILETIME
+  static constexpr uint64_t kModificationTime = 0x10;     // 8 bytes: FILETIME
   static constexpr uint64_t kMftModificationTime = 0x18;  // 8 bytes: FILETIME
-  static constexpr uint64_t kAccessTime = 0x20;          // 8 bytes: FILETIME
-  static constexpr uint64_t kAllocatedSize = 0x28;       // 8 bytes
-  static constexpr uint64_t kDataSize = 0x30;            // 8 bytes
-  static constexpr uint64_t kFileAttributes = 0x38;      // 4 bytes
-  static constexpr uint64_t kNameLength = 0x40;          // 1 byte: name length in UTF-16 code units
-  static constexpr uint64_t kNamespace = 0x41;           // 1 byte: namespace of the name
-  static constexpr uint64_t kName = 0x42;                // the name, UTF-16LE
+  static constexpr uint64_t kAccessTime = 0x20;           // 8 bytes: FILETIME
+  static constexpr uint64_t kAllocatedSize = 0x28;        // 8 bytes
+  static constexpr uint64_t kDataSize = 0x30;             // 8 bytes
+  static constexpr uint64_t kFileAttributes = 0x38;       // 4 bytes
+  static constexpr uint64_t kNameLength = 0x40;           // 1 byte: name length in UTF-16 code units
+  static constexpr uint64_t kNamespace = 0x41;            // 1 byte: namespace of the name
+  static constexpr uint64_t kName = 0x42;                 // the name, UTF-16LE
 
   // Namespaces.
   static constexpr uint8_t kNamespacePosix = 0;

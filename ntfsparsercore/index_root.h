@@ -12,11 +12,11 @@ namespace ntfsparsercore {
 struct IndexRoot {
   // The index root header.
   static constexpr uint64_t kHeaderSize = 16;
-  static constexpr uint64_t kAttributeType = 0x00;        // 4 bytes: type of the indexed attribute
-  static constexpr uint64_t kCollationRule = 0x04;        // 4 bytes: how keys are ordered
-  static constexpr uint64_t kBytesPerIndexBlock = 0x08;   // 4 bytes: size of one index block
+  static constexpr uint64_t kAttributeType = 0x00;          // 4 bytes: type of the indexed attribute
+  static constexpr uint64_t kCollationRule = 0x04;          // 4 bytes: how keys are ordered
+  static constexpr uint64_t kBytesPerIndexBlock = 0x08;     // 4 bytes: size of one index block
   static constexpr uint64_t kClustersPerIndexBlock = 0x0C;  // 1 byte
-  static constexpr uint64_t kNodeHeaderOffset = 0x10;     // the node header; entry offsets count from here
+  static constexpr uint64_t kNodeHeaderOffset = 0x10;       // the node header; entry offsets count from here
 
   uint64_t blockSize = 0;   // bytes per index block
   uint64_t firstEntry = 0;  // position of the first entry within the value

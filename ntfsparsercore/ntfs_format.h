@@ -39,10 +39,10 @@ constexpr uint64_t kRootDirectoryRecord = 5;
 // block. Entry offsets count from the node header's own start.
 
 constexpr uint64_t kNodeHeaderSize = 16;
-constexpr uint64_t kNodeEntriesOffset = 0x00;   // 4 bytes: the first entry
-constexpr uint64_t kNodeIndexLength = 0x04;     // 4 bytes: bytes in use, from the node header
-constexpr uint64_t kNodeAllocatedSize = 0x08;   // 4 bytes: bytes allocated, from the node header
-constexpr uint64_t kNodeFlags = 0x0C;           // 1 byte: 1 when the node has sub-nodes
+constexpr uint64_t kNodeEntriesOffset = 0x00;  // 4 bytes: the first entry
+constexpr uint64_t kNodeIndexLength = 0x04;    // 4 bytes: bytes in use, from the node header
+constexpr uint64_t kNodeAllocatedSize = 0x08;  // 4 bytes: bytes allocated, from the node header
+constexpr uint64_t kNodeFlags = 0x0C;          // 1 byte: 1 when the node has sub-nodes
 
 // ---------------------------------------------------------------------------
 // Index entry header: every entry of a node starts with it; its key (a file

@@ -43,7 +43,7 @@ uint64_t NtfsVolume::PageCount(uint64_t cacheBytes, uint64_t clusterSize) {
   return bytes / clusterSize;
 }
 
-NtfsVolume* NtfsVolume::Create(std::shared_ptr<io::ISource> source, uint64_t cacheBytes) {
+std::unique_ptr<NtfsVolume> NtfsVolume::Create(std::shared_ptr<io::ISource> source, uint64_t cacheBytes) {
   if (!source) {
     ReportError(kErrorInvalid, "Not a NtfsVolume. Invalid file");
     return nullptr;
@@ -63,16 +63,18 @@ NtfsVolume* NtfsVolume::Create(std::shared_ptr<io::ISource> source, uint64_t cac
   const uint32_t bytesPerSector = io::LoadLe16(boot + kBytesPerSectorOffset);
   const uint64_t clusterSize = uint64_t{bytesPerSector} * boot[kSectorsPerClusterOffset];
   const uint64_t volumeSize = bytesPerSector * io::LoadLe64(boot + kTotalSectorsOffset);
-  NtfsVolume* volume = new NtfsVolume(source, bytesPerSector, clusterSize, volumeSize);
+  // The constructor is private: make_unique cannot reach it.
+  std::unique_ptr<NtfsVolume> volume(new NtfsVolume(source, bytesPerSector, clusterSize, volumeSize));
 
   const uint64_t recordSize = RecordSize(static_cast<int8_t>(boot[kClustersPerRecordOffset]), clusterSize);
   const uint64_t mftOffset = clusterSize * io::LoadLe64(boot + kMftClusterOffset);
-  volume->bootstrapTable_.reset(new MftTable(volume, source, volume->readersFactory_, mftOffset, recordSize));
+  volume->bootstrapTable_ =
+      std::make_unique<MftTable>(volume.get(), source, volume->readersFactory_, mftOffset, recordSize);
   std::shared_ptr<MftRecord> mftRecord = volume->bootstrapTable_->GetRecord(kMftRecordNumber, true);
 
   auto mftStream = std::make_shared<io::NtfsFile>(mftRecord);
   auto pages = std::make_shared<io::HotPageProxy>(mftStream, clusterSize, PageCount(cacheBytes, clusterSize));
-  volume->mftTable_.reset(new MftTable(volume, pages, volume->readersFactory_, 0, recordSize));
+  volume->mftTable_ = std::make_unique<MftTable>(volume.get(), pages, volume->readersFactory_, 0, recordSize);
   return volume;
 }
 

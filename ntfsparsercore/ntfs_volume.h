@@ -17,9 +17,9 @@ namespace ntfsparsercore {
 class NtfsVolume : public IVolume {
  public:
   // Validates the boot sector of source and builds the volume with its MFT
-  // table over a page cache of cacheBytes. Returns a new, caller-owned
-  // volume, or null after a message (level 2).
-  static NtfsVolume* Create(std::shared_ptr<io::ISource> source, uint64_t cacheBytes);
+  // table over a page cache of cacheBytes. Returns the new volume, or null
+  // after a message (level 2).
+  static std::unique_ptr<NtfsVolume> Create(std::shared_ptr<io::ISource> source, uint64_t cacheBytes);
 
   NtfsVolume(const NtfsVolume&) = delete;
   NtfsVolume& operator=(const NtfsVolume&) = delete;

@@ -92,8 +92,8 @@ void WalkSubNode(const std::shared_ptr<MftRecord>& record, uint64_t blockSize, u
     ReplayErrors(subNodes->messages);
   } else {
     ErrorRecorder recorder;
-    subNodes->map.reset(
-        new IndexBlockMap(record->GetVolume(), record->GetAttributes(format::kAttributeIndexAllocation), blockSize));
+    subNodes->map = std::make_unique<IndexBlockMap>(
+        record->GetVolume(), record->GetAttributes(format::kAttributeIndexAllocation), blockSize);
     subNodes->messages = recorder.Records();
     subNodes->reusable = !recorder.ReadFailed();
   }
@@ -142,7 +142,7 @@ std::vector<uint64_t> ListDirectory(const std::shared_ptr<MftRecord>& record) {
   return numbers;
 }
 
-io::NtfsFile* FindFile(const std::shared_ptr<NtfsVolume>& volume, const std::string& path) {
+std::unique_ptr<io::NtfsFile> FindFile(const std::shared_ptr<NtfsVolume>& volume, const std::string& path) {
   std::vector<std::string> components = SplitPath(path);
   if (components.empty()) {
     ReportError(kErrorInvalid, "Empty filename");
@@ -169,7 +169,7 @@ io::NtfsFile* FindFile(const std::shared_ptr<NtfsVolume>& volume, const std::str
       ReportError(kErrorInvalid, "It is a directory %s", components[i].c_str());
       return nullptr;
     }
-    if (last) return new io::NtfsFile(match);
+    if (last) return std::make_unique<io::NtfsFile>(match);
     directory = match;
   }
   return nullptr;

@@ -16,9 +16,9 @@
 namespace ntfsparsercore {
 
 // The regular file at path ("/dir/name", components compared with the
-// on-disk names folded to lower case), as a new caller-owned NtfsFile; null
-// when a component is not found (no message) or after a message (level 2).
-io::NtfsFile* FindFile(const std::shared_ptr<NtfsVolume>& volume, const std::string& path);
+// on-disk names folded to lower case), as a new NtfsFile; null when a
+// component is not found (no message) or after a message (level 2).
+std::unique_ptr<io::NtfsFile> FindFile(const std::shared_ptr<NtfsVolume>& volume, const std::string& path);
 
 // The record numbers of a directory's index entries in index order (each
 // sub-node's entries before the entry pointing to it); not sorted, not unique.

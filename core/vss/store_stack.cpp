@@ -19,8 +19,9 @@ namespace {
 // line of its own, so reading the store data and the volume through the
 // volume's line as well would copy every block once more.
 std::shared_ptr<ntfsparsercore::io::ISource> UncachedVolume(const VssVolume& storage) {
-  auto cached = std::dynamic_pointer_cast<ntfsparsercore::io::CacheProxy>(storage.GetSource());
-  return cached ? cached->GetCachedSource() : storage.GetSource();
+  const std::shared_ptr<ntfsparsercore::io::ISource>& source = storage.GetSource();
+  std::shared_ptr<ntfsparsercore::io::ISource> cached = source ? source->GetCachedSource() : nullptr;
+  return cached ? cached : source;
 }
 
 }  // namespace
@@ -47,10 +48,10 @@ std::shared_ptr<const StoreStack> StoreStack::Read(const VssVolume& storage) {
   return stack;
 }
 
-ntfsparsercore::io::ISource* StoreStack::OpenView(const Guid& store) const {
+std::unique_ptr<ntfsparsercore::io::ISource> StoreStack::OpenView(const Guid& store) const {
   for (std::size_t index = 0; index < identifiers_.size(); ++index) {
     if (identifiers_[index] == store) {
-      return new StoreSnapshotSource(volume_, layers_, index, volumeSizes_[index]);
+      return std::make_unique<StoreSnapshotSource>(volume_, layers_, index, volumeSizes_[index]);
     }
   }
   return nullptr;

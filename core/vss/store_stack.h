@@ -23,9 +23,8 @@ class StoreStack {
   static std::shared_ptr<const StoreStack> Read(const VssVolume& storage);
 
   // A new view of the shadow copy whose store identifier is store, over
-  // storage's source, or null when the stack holds no such store. The
-  // caller owns it.
-  ntfsparsercore::io::ISource* OpenView(const Guid& store) const;
+  // storage's source, or null when the stack holds no such store.
+  std::unique_ptr<ntfsparsercore::io::ISource> OpenView(const Guid& store) const;
 
   std::size_t StoreCount() const { return identifiers_.size(); }
 

@@ -28,12 +28,12 @@ class CacheProxy : public ISource {
   // last one through the line. It returns and reports what Read does and
   // leaves the line as Read leaves it; only buffer past the count may
   // differ, holding what a failed read delivered.
-  uint64_t ReadDirect(void* buffer, uint64_t size, uint64_t offset);
+  uint64_t ReadDirect(void* buffer, uint64_t size, uint64_t offset) override;
   uint64_t GetSize() override;
 
   // The source behind the line, for a reader that keeps a line of its own
   // in front of the same bytes and would only pay for a second copy here.
-  const std::shared_ptr<ISource>& GetCachedSource() const { return source_; }
+  std::shared_ptr<ISource> GetCachedSource() const override { return source_; }
 
  private:
   uint64_t ReadLines(void* buffer, uint64_t size, uint64_t offset, bool direct);

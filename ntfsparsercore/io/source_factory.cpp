@@ -8,11 +8,11 @@
 namespace ntfsparsercore {
 namespace io {
 
-ISource* SourceFactory::Open(const char* path) { return SystemFile::Open(path); }
+std::unique_ptr<ISource> SourceFactory::Open(const char* path) { return SystemFile::Open(path); }
 
-ISource* SourceFactory::CreateCacheProxy(ISource* source, uint64_t lineSize) {
-  if (source == nullptr || lineSize == 0) return nullptr;
-  return new CacheProxy(std::shared_ptr<ISource>(source), lineSize);
+std::unique_ptr<ISource> SourceFactory::CreateCacheProxy(std::shared_ptr<ISource> source, uint64_t lineSize) {
+  if (!source || lineSize == 0) return nullptr;
+  return std::make_unique<CacheProxy>(std::move(source), lineSize);
 }
 
 }  // namespace io

@@ -3,6 +3,7 @@
 #define TOLVAR_NTFSPARSERCORE_IO_SOURCE_FACTORY_H_
 
 #include <cstdint>
+#include <memory>
 
 #include "ntfsparsercore/io/i_source.h"
 
@@ -14,12 +15,12 @@ class SourceFactory {
   virtual ~SourceFactory() = default;
 
   // A new SystemFile over path, or null (with "Open file(%s) failed - %d."
-  // on the error queue). The caller owns the result.
-  virtual ISource* Open(const char* path);
+  // on the error queue).
+  virtual std::unique_ptr<ISource> Open(const char* path);
 
-  // A new CacheProxy in front of source, which it takes over. Null, and
-  // source not taken over, when source is null or lineSize is 0.
-  virtual ISource* CreateCacheProxy(ISource* source, uint64_t lineSize);
+  // A new CacheProxy in front of source, which it shares. Null when source
+  // is null or lineSize is 0.
+  virtual std::unique_ptr<ISource> CreateCacheProxy(std::shared_ptr<ISource> source, uint64_t lineSize);
 };
 
 }  // namespace io

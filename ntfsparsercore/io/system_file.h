@@ -22,9 +22,9 @@ class SystemFile : public ISource {
 
   // Opens path for reading. On failure puts "Open file(%s) failed - %d."
   // (code 1, with the platform's last error) on the error queue and
-  // returns null. The caller owns the result.
-  static SystemFile* Open(const char* path);
-  static SystemFile* Open(const char* path, Api& api);
+  // returns null.
+  static std::unique_ptr<SystemFile> Open(const char* path);
+  static std::unique_ptr<SystemFile> Open(const char* path, Api& api);
 
   // Takes over handle, which api closes on destruction.
   SystemFile(std::intptr_t handle, Api& api);

@@ -37,15 +37,15 @@ int SystemFile::Api::BlockDeviceSize(int fd, uint64_t* size) { return ::ioctl(fd
 
 int SystemFile::Api::Close(int fd) { return ::close(fd); }
 
-SystemFile* SystemFile::Open(const char* path) { return Open(path, Api::Default()); }
+std::unique_ptr<SystemFile> SystemFile::Open(const char* path) { return Open(path, Api::Default()); }
 
-SystemFile* SystemFile::Open(const char* path, Api& api) {
+std::unique_ptr<SystemFile> SystemFile::Open(const char* path, Api& api) {
   int fd = api.Open(path);
   if (fd < 0) {
     ReportError(kErrorIo, "Open file(%s) failed - %d.", path, errno);
     return nullptr;
   }
-  return new SystemFile(fd, api);
+  return std::make_unique<SystemFile>(fd, api);
 }
 
 SystemFile::SystemFile(std::intptr_t handle, Api& api) : handle_(handle), api_(&api) {}

@@ -63,16 +63,16 @@ BOOL SystemFile::Api::DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWOR
   return ::DeviceIoControl(device, code, in, inSize, out, outSize, returned, overlapped);
 }
 
-SystemFile* SystemFile::Open(const char* path) { return Open(path, Api::Default()); }
+std::unique_ptr<SystemFile> SystemFile::Open(const char* path) { return Open(path, Api::Default()); }
 
-SystemFile* SystemFile::Open(const char* path, Api& api) {
+std::unique_ptr<SystemFile> SystemFile::Open(const char* path, Api& api) {
   HANDLE handle =
       api.CreateFileA(path, kGenericRead, kShareReadWrite, nullptr, kOpenExisting, kFlagOverlapped, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     ReportError(kErrorIo, "Open file(%s) failed - %d.", path, static_cast<int>(api.GetLastError()));
     return nullptr;
   }
-  return new SystemFile(reinterpret_cast<std::intptr_t>(handle), api);
+  return std::make_unique<SystemFile>(reinterpret_cast<std::intptr_t>(handle), api);
 }
 
 SystemFile::SystemFile(std::intptr_t handle, Api& api) : handle_(handle), api_(&api) {}

@@ -18,9 +18,9 @@ class GivenResultProcessor : public tolvarcore::BlockProcessor {
 
 std::shared_ptr<ntfsparsercore::io::ISource> OpenDevice(const std::string& path) {
   ntfsparsercore::io::SourceFactory factory;
-  ntfsparsercore::io::ISource* file = factory.Open(path.c_str());
-  if (file == nullptr) throw std::runtime_error("cannot open " + path);
-  return std::shared_ptr<ntfsparsercore::io::ISource>(factory.CreateCacheProxy(file, BenchHandle::kLineSize));
+  std::unique_ptr<ntfsparsercore::io::ISource> file = factory.Open(path.c_str());
+  if (!file) throw std::runtime_error("cannot open " + path);
+  return factory.CreateCacheProxy(std::move(file), BenchHandle::kLineSize);
 }
 
 }  // namespace

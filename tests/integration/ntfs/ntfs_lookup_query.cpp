@@ -57,12 +57,12 @@ int main(int argc, char** argv) {
     return 2;
   }
   ntfsparsercore::io::SourceFactory factory;
-  ntfsparsercore::io::ISource* raw = factory.Open(argv[1]);
+  std::unique_ptr<ntfsparsercore::io::ISource> raw = factory.Open(argv[1]);
   if (!raw) {
     std::cerr << "cannot open " << argv[1] << "\n";
     return 2;
   }
-  std::shared_ptr<ntfsparsercore::io::ISource> image(factory.CreateCacheProxy(raw, kCacheLine));
+  std::shared_ptr<ntfsparsercore::io::ISource> image(factory.CreateCacheProxy(std::move(raw), kCacheLine));
   auto window = std::make_shared<tolvartest::OffsetSource>(image, std::strtoull(argv[2], nullptr, 10),
                                                            std::strtoull(argv[3], nullptr, 10));
   std::shared_ptr<ntfsparsercore::NtfsVolume> volume(ntfsparsercore::NtfsVolume::Create(window, kMftCacheBytes));

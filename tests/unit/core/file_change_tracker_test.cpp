@@ -83,8 +83,8 @@ class FileChangeTrackerTest : public tolvartest::QueueTest {
     auto older = std::make_shared<MemorySource>(FileVolumeImages::Build(false));
     auto newer = std::make_shared<MemorySource>(FileVolumeImages::Build(true));
     processor_->SetResult(changed_, std::make_shared<BitMap>(changed_->SizeInBytes()), older, newer);
-    olderVolume_.reset(NtfsVolume::Create(older, 1 << 20));
-    newerVolume_.reset(NtfsVolume::Create(newer, 1 << 20));
+    olderVolume_ = NtfsVolume::Create(older, 1 << 20);
+    newerVolume_ = NtfsVolume::Create(newer, 1 << 20);
     ASSERT_TRUE(olderVolume_ && newerVolume_);
   }
 

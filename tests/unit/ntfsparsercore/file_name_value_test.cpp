@@ -19,7 +19,8 @@ std::vector<uint8_t> NameValue(uint64_t parentReference, uint8_t nameSpace, cons
   ntfsparsercore::io::StoreLe64(&value[FileNameValue::kParentReference], parentReference);
   value[FileNameValue::kNameLength] = static_cast<uint8_t>(name.size());
   value[FileNameValue::kNamespace] = nameSpace;
-  for (std::size_t i = 0; i < name.size(); ++i) ntfsparsercore::io::StoreLe16(&value[FileNameValue::kName + 2 * i], name[i]);
+  for (std::size_t i = 0; i < name.size(); ++i)
+    ntfsparsercore::io::StoreLe16(&value[FileNameValue::kName + 2 * i], name[i]);
   return value;
 }
 

@@ -27,10 +27,11 @@ class TrackedSource : public MemorySource {
 TEST(SourceFactory, CreateCacheProxyWithLineSizeZeroReturnsNullAndLeavesTheSource) {
   SourceFactory factory;
   int destroyed = 0;
-  auto* source = new TrackedSource(&destroyed);
+  auto source = std::make_shared<TrackedSource>(&destroyed);
   EXPECT_EQ(factory.CreateCacheProxy(source, 0), nullptr);
   EXPECT_EQ(destroyed, 0);
-  delete source;
+  EXPECT_EQ(source.use_count(), 1);
+  source.reset();
   EXPECT_EQ(destroyed, 1);
 }
 
@@ -42,7 +43,7 @@ TEST(SourceFactory, CreateCacheProxyWithNullSourceReturnsNull) {
 TEST(SourceFactory, CacheProxyTakesOverItsSource) {
   SourceFactory factory;
   int destroyed = 0;
-  std::unique_ptr<ISource> proxy(factory.CreateCacheProxy(new TrackedSource(&destroyed), 16));
+  std::unique_ptr<ISource> proxy = factory.CreateCacheProxy(std::make_shared<TrackedSource>(&destroyed), 16);
   ASSERT_NE(proxy, nullptr);
   uint8_t byte = 0;
   EXPECT_EQ(proxy->Read(&byte, 1, 33), 1u);
