@@ -4,21 +4,15 @@
 #include <memory>
 
 #include "api/tracking_handle.h"
+#include "api/worker_status.h"
 #include "core/file_change_tracker.h"
 #include "tolvar/tolvar.h"
 
 namespace {
 
+using tolvarapi::FileStatus;
 using tolvarcore::FileChangeTracker;
-
-// The status of a file worker's result; sizeQuery tells that
-// GetFileChangesMap was given a null buffer, which makes success the size answer.
-int32_t FileStatus(int32_t result, bool sizeQuery) {
-  if (result == FileChangeTracker::kOk) return sizeQuery ? TOLVAR_SIZE_RETURNED : TOLVAR_OK;
-  if (result == FileChangeTracker::kBadArgument) return TOLVAR_E_FAILED;
-  if (result == FileChangeTracker::kNoView || result == FileChangeTracker::kNotFound) return TOLVAR_E_NOT_FOUND;
-  return TOLVAR_OK;
-}
+using tolvarcore::WorkerResult;
 
 std::unique_ptr<FileChangeTracker> MakeTracker(TrackingHandle& handle) {
   handle.OpenNtfsViews();
@@ -33,9 +27,9 @@ extern "C" int32_t ExcludeFiles(TolvarHandle handle, TolvarHandle* newHandle_out
   TrackingHandle& source = *static_cast<TrackingHandle*>(handle);
   auto tracker = MakeTracker(source);
   std::unique_ptr<tolvarcore::BlockProcessor> processor;
-  int32_t result = tracker->ExcludeFiles(paths, newHandle_out == nullptr ? nullptr : &processor);
+  const WorkerResult result = tracker->ExcludeFiles(paths, newHandle_out == nullptr ? nullptr : &processor);
   tracker.reset();
-  if (result == FileChangeTracker::kOk) {
+  if (result == WorkerResult::kOk) {
     auto made = std::make_unique<TrackingHandle>();
     made->blockProcessor = std::move(processor);
     made->olderVolume = source.olderVolume;
@@ -49,7 +43,7 @@ extern "C" int32_t GetFileChangesMap(TolvarHandle handle, const char* path, unsi
   if (handle == nullptr) return TOLVAR_E_FAILED;
   auto tracker = MakeTracker(*static_cast<TrackingHandle*>(handle));
   if (path == nullptr || size == nullptr) return TOLVAR_E_FAILED;
-  int32_t result = tracker->GetFileChangesMap(path, buffer, size);
+  const WorkerResult result = tracker->GetFileChangesMap(path, buffer, size);
   tracker.reset();
   return FileStatus(result, buffer == nullptr);
 }

@@ -5,8 +5,9 @@
 #include <string>
 #include <utility>
 
-#include "common/error_queue.h"
 #include "api/tracking_handle.h"
+#include "api/worker_status.h"
+#include "common/error_queue.h"
 #include "core/vss/service/vss_context.h"
 #include "tolvar/tolvar.h"
 
@@ -16,30 +17,20 @@ using tolvarcommon::ReportError;
 
 namespace {
 
-// Worker results.
-constexpr int64_t kWorkerOk = 0;
-constexpr int64_t kWorkerFailed = -2;
-constexpr int64_t kWorkerBadArgument = -3;
-constexpr int64_t kWorkerEnd = -1;
-
-int32_t InitStatus(int64_t result) {
-  if (result == kWorkerOk) return TOLVAR_OK;
-  if (result == kWorkerFailed) return TOLVAR_E_RESERVED;
-  return TOLVAR_E_FAILED;
-}
+using tolvarcore::WorkerResult;
 
 // Opens the volume and its storage and computes the changed blocks.
-int64_t OpenHandle(TrackingHandle& handle, const std::string& volumePath, const std::string& from,
-                   const std::string& to) {
+WorkerResult OpenHandle(TrackingHandle& handle, const std::string& volumePath, const std::string& from,
+                        const std::string& to) {
   auto volume = handle.volumeProvider->OpenVolume(volumePath);
   if (!volume) {
     ReportError(kErrorIo, "Can't open volume %s", volumePath.c_str());
-    return kWorkerBadArgument;
+    return WorkerResult::kBadArgument;
   }
   auto storage = handle.volumeProvider->FindStorage(volume);
   if (!storage) {
     ReportError(kErrorIo, "Can't open storage");
-    return kWorkerBadArgument;
+    return WorkerResult::kBadArgument;
   }
   auto context = std::make_unique<tolvarcore::vss::service::VssContext>(storage);
   auto identifiers = std::make_unique<std::pair<std::string, std::string>>(from, to);
@@ -61,8 +52,8 @@ extern "C" int32_t Init(TolvarHandle* handle_out, const char* volume, const char
   factory.reset();
   handle->blockProcessor = std::make_unique<tolvarcore::BlockProcessor>(blockSize, flags);
 
-  int64_t result = OpenHandle(*handle, volume, fromSnapshotId, toSnapshotId);
-  if (result != kWorkerOk) return InitStatus(result);
+  const WorkerResult result = OpenHandle(*handle, volume, fromSnapshotId, toSnapshotId);
+  if (result != WorkerResult::kOk) return tolvarapi::HandleStatus(result);
   *handle_out = handle.release();
   return TOLVAR_OK;
 }
@@ -86,10 +77,9 @@ extern "C" int32_t GetDiffBitmap(TolvarHandle handle, unsigned char* buffer, uin
 extern "C" int32_t GetBlock(TolvarHandle handle, unsigned char* buffer, uint64_t* size, uint64_t* blockIndex_out,
                             uint8_t compare) {
   if (handle == nullptr || buffer == nullptr || size == nullptr) return TOLVAR_E_FAILED;
-  int64_t result = static_cast<TrackingHandle*>(handle)->blockProcessor->NextBlock(buffer, size, compare != 0);
-  if (result >= 0) {
-    if (blockIndex_out != nullptr) *blockIndex_out = static_cast<uint64_t>(result);
-    return TOLVAR_OK;
-  }
-  return result == kWorkerEnd ? TOLVAR_END_OF_BLOCKS : TOLVAR_E_BLOCK;
+  uint64_t index = 0;
+  const WorkerResult result =
+      static_cast<TrackingHandle*>(handle)->blockProcessor->NextBlock(buffer, size, compare != 0, &index);
+  if (result == WorkerResult::kOk && blockIndex_out != nullptr) *blockIndex_out = index;
+  return tolvarapi::BlockStatus(result);
 }

@@ -62,15 +62,15 @@ class OutputFile {
 
   bool MoveTo(uint64_t offset);
 
-  std::string path_;                  // the target as given
-  std::string temporary_;             // OUT.partial for kTemporary
-  Kind kind_;                         // decided when constructed
-  std::FILE* stream_ = nullptr;       // open between Open and Commit
-  std::unique_ptr<char[]> buffer_;    // the stream's buffer
-  uint64_t position_ = 0;             // where the next byte goes
-  uint64_t streamPosition_ = 0;       // where the stream's position is
-  uint64_t end_ = 0;                  // bytes of output, holes included
-  bool committed_ = false;            // Commit succeeded
+  std::string path_;                // the target as given
+  std::string temporary_;           // OUT.partial for kTemporary
+  Kind kind_;                       // decided when constructed
+  std::FILE* stream_ = nullptr;     // open between Open and Commit
+  std::unique_ptr<char[]> buffer_;  // the stream's buffer
+  uint64_t position_ = 0;           // where the next byte goes
+  uint64_t streamPosition_ = 0;     // where the stream's position is
+  uint64_t end_ = 0;                // bytes of output, holes included
+  bool committed_ = false;          // Commit succeeded
 };
 
 }  // namespace tolvarcli

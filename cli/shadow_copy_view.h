@@ -18,9 +18,9 @@ namespace tolvarcli {
 // The view of snapshot, whose shadow copies storage holds; null when it
 // cannot be opened. shadow_copy_view_posix.cpp and shadow_copy_view_win32.cpp
 // hold each platform's way.
-std::unique_ptr<ntfsparsercore::io::ISource> OpenShadowCopyView(tolvarcore::VolumeProvider& provider,
-                                                                const std::shared_ptr<tolvarcore::vss::Snapshot>& snapshot,
-                                                                const std::shared_ptr<tolvarcore::vss::VssVolume>& storage);
+std::unique_ptr<ntfsparsercore::io::ISource> OpenShadowCopyView(
+    tolvarcore::VolumeProvider& provider, const std::shared_ptr<tolvarcore::vss::Snapshot>& snapshot,
+    const std::shared_ptr<tolvarcore::vss::VssVolume>& storage);
 
 }  // namespace tolvarcli
 

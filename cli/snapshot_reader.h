@@ -38,10 +38,10 @@ class SnapshotReader {
  private:
   bool OpenView(const std::string& volume, const std::string& snapshot);
 
-  std::unique_ptr<tolvarcore::VolumeProvider> provider_;     // keeps the stores the view reads
-  std::shared_ptr<tolvarcore::vss::VssVolume> storage_;      // the store of the shadow copies
-  std::shared_ptr<ntfsparsercore::io::ISource> view_;        // the shadow copy
-  std::string snapshot_;                                     // its ID, for messages
+  std::unique_ptr<tolvarcore::VolumeProvider> provider_;  // keeps the stores the view reads
+  std::shared_ptr<tolvarcore::vss::VssVolume> storage_;   // the store of the shadow copies
+  std::shared_ptr<ntfsparsercore::io::ISource> view_;     // the shadow copy
+  std::string snapshot_;                                  // its ID, for messages
 };
 
 }  // namespace tolvarcli

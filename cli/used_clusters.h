@@ -37,9 +37,9 @@ class UsedClusters {
  private:
   bool IsUsed(uint64_t cluster) const;
 
-  std::vector<uint8_t> bitmap_;   // $Bitmap's data
-  uint64_t clusterSize_ = 0;      // bytes per cluster
-  uint64_t clusterCount_ = 0;     // clusters of the file system, at most the bitmap's bits
+  std::vector<uint8_t> bitmap_;  // $Bitmap's data
+  uint64_t clusterSize_ = 0;     // bytes per cluster
+  uint64_t clusterCount_ = 0;    // clusters of the file system, at most the bitmap's bits
 };
 
 }  // namespace tolvarcli

@@ -58,11 +58,11 @@ uint64_t StoreBitmapBytes(uint64_t size) {
 
 }  // namespace
 
-int64_t BlockProcessor::Compute(vss::service::VssContext& context, VolumeProvider& volumeProvider,
-                                const std::shared_ptr<vss::VssVolume>& volume,
-                                const std::shared_ptr<vss::VssVolume>& storage,
-                                const std::pair<std::string, std::string>& identifiers) {
-  if (!blockBuffer_) return kFailed;
+WorkerResult BlockProcessor::Compute(vss::service::VssContext& context, VolumeProvider& volumeProvider,
+                                     const std::shared_ptr<vss::VssVolume>& volume,
+                                     const std::shared_ptr<vss::VssVolume>& storage,
+                                     const std::pair<std::string, std::string>& identifiers) {
+  if (!blockBuffer_) return WorkerResult::kBadArgument;
 
   // Both stores' catalogs are read; the sequence comes from the storage's.
   auto volumeCatalog = OpenCatalog(*volume);
@@ -70,7 +70,7 @@ int64_t BlockProcessor::Compute(vss::service::VssContext& context, VolumeProvide
   vss::SnapshotList sequence = vss::BuildSnapshotList(*storageCatalog);
   if (!vss::BuildSnapshotSequence(identifiers, context, *storage, &sequence)) {
     ReportCodedError(kErrorStore, "Failed to get snapshot sequence");
-    return kFailed;
+    return WorkerResult::kBadArgument;
   }
   const std::shared_ptr<vss::Snapshot> start = sequence.front();
   const std::shared_ptr<vss::Snapshot> end = sequence.back();
@@ -81,13 +81,13 @@ int64_t BlockProcessor::Compute(vss::service::VssContext& context, VolumeProvide
   newerSource_ = newer;
   if (!older || !newer) {
     ReportError(kErrorIo, "Can't open shadow copy as a source");
-    return kFailed;
+    return WorkerResult::kBadArgument;
   }
 
   BitMapProcessor bitmaps;
   if (!bitmaps.Load(storage, start, end)) {
     ReportCodedError(kErrorStore, "Bitmap init failed");
-    return kFailed;
+    return WorkerResult::kBadArgument;
   }
   // Allocated only once the end snapshot's store bitmap was read whole: a
   // volume size from the catalog is then backed by that many bitmap bytes on
@@ -110,7 +110,7 @@ int64_t BlockProcessor::Compute(vss::service::VssContext& context, VolumeProvide
                     ? comparison->Rescale(vss::format::kBlockSize, blockSize_)
                     : std::make_unique<BitMap>(BitMap::RescaledBytes(bitmapBytes, vss::format::kBlockSize, blockSize_));
   changed_ = changed->Rescale(vss::format::kBlockSize, blockSize_);
-  return 0;
+  return WorkerResult::kOk;
 }
 
 void BlockProcessor::SetResult(std::shared_ptr<BitMap> changed, std::shared_ptr<BitMap> comparison,
@@ -122,32 +122,32 @@ void BlockProcessor::SetResult(std::shared_ptr<BitMap> changed, std::shared_ptr<
   newerSource_ = std::move(newerSource);
 }
 
-int64_t BlockProcessor::NextBlock(uint8_t* buffer, uint64_t* size, bool compare) {
-  if (cursor_ < 0 || !changed_ || !newerSource_) {
-    cursor_ = kEnd;
-    return kEnd;
+WorkerResult BlockProcessor::NextBlock(uint8_t* buffer, uint64_t* size, bool compare, uint64_t* index) {
+  if (walkEnded_ || !changed_ || !newerSource_) {
+    walkEnded_ = true;
+    return WorkerResult::kEnd;
   }
   if (*size < blockSize_) {
     *size = blockSize_;
-    return kFailed;
+    return WorkerResult::kBadArgument;
   }
   const uint64_t bits = changed_->BitCount();
   // Clear bits are passed over in bulk; the cursor lands where the
   // one-by-one walk would take the next set bit.
-  for (uint64_t index = changed_->NextSet(static_cast<uint64_t>(cursor_)); index < bits;
-       index = changed_->NextSet(static_cast<uint64_t>(cursor_))) {
-    cursor_ = static_cast<int64_t>(index + 1);
-    if (ReadBlock(*newerSource_, buffer, blockSize_, index * blockSize_) != blockSize_) {
-      cursor_ = kFailed;
-      return kFailed;
+  for (uint64_t next = changed_->NextSet(cursor_); next < bits; next = changed_->NextSet(cursor_)) {
+    cursor_ = next + 1;
+    if (ReadBlock(*newerSource_, buffer, blockSize_, next * blockSize_) != blockSize_) {
+      walkEnded_ = true;
+      return WorkerResult::kBadArgument;
     }
     *size = blockSize_;
-    if (!compare || !comparison_ || !comparison_->Test(index) || !SameInOlder(buffer, index)) {
-      return static_cast<int64_t>(index);
+    if (!compare || !comparison_ || !comparison_->Test(next) || !SameInOlder(buffer, next)) {
+      *index = next;
+      return WorkerResult::kOk;
     }
   }
-  cursor_ = kEnd;
-  return kEnd;
+  walkEnded_ = true;
+  return WorkerResult::kEnd;
 }
 
 // True when the older shadow copy holds the same bytes at index; a short

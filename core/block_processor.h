@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "core/bit_map.h"
+#include "core/worker_result.h"
 #include "ntfsparsercore/io/i_source.h"
 
 namespace tolvarcore {
@@ -31,10 +32,6 @@ class BlockProcessor {
   // Option bit: the end snapshot's index record adds one more pass.
   static constexpr uint32_t kNewestPassFlag = 0x00000001;
 
-  // Worker results.
-  static constexpr int64_t kEnd = -1;
-  static constexpr int64_t kFailed = -3;
-
   // Allocates the comparison buffer only for a valid block size.
   BlockProcessor(uint64_t blockSize, uint32_t flags);
 
@@ -45,17 +42,19 @@ class BlockProcessor {
 
   // Builds the changed-block and comparison bitmaps between the two
   // shadow copies that identifiers names (from, to), and opens both shadow
-  // copies. 0, or kFailed with the reason on the error queue.
-  virtual int64_t Compute(vss::service::VssContext& context, VolumeProvider& volumeProvider,
-                          const std::shared_ptr<vss::VssVolume>& volume, const std::shared_ptr<vss::VssVolume>& storage,
-                          const std::pair<std::string, std::string>& identifiers);
+  // copies. kOk, or kBadArgument with the reason on the error queue.
+  virtual WorkerResult Compute(vss::service::VssContext& context, VolumeProvider& volumeProvider,
+                               const std::shared_ptr<vss::VssVolume>& volume,
+                               const std::shared_ptr<vss::VssVolume>& storage,
+                               const std::pair<std::string, std::string>& identifiers);
 
   // Reads the next changed block from the newer shadow copy into buffer.
-  // Returns its index, kEnd when there is none, or kFailed when *size is
-  // below the block size (then *size is set to it) or a read falls short.
-  // With compare, blocks marked for comparison that read the same in both
-  // shadow copies are skipped.
-  virtual int64_t NextBlock(uint8_t* buffer, uint64_t* size, bool compare);
+  // Returns kOk with its index in *index, kEnd when there is none, or
+  // kBadArgument when *size is below the block size (then *size is set to
+  // it) or a read falls short (the walk then ends). With compare, blocks
+  // marked for comparison that read the same in both shadow copies are
+  // skipped.
+  virtual WorkerResult NextBlock(uint8_t* buffer, uint64_t* size, bool compare, uint64_t* index);
 
   // Copies the changed bitmap's bytes; the caller has checked the room.
   virtual void CopyBitmap(void* buffer) const;
@@ -76,11 +75,12 @@ class BlockProcessor {
  private:
   bool SameInOlder(const uint8_t* block, uint64_t index);
 
-  int64_t cursor_ = 0;                  // next block of the walk; -1 after the end, -3 after a read failure
-  uint64_t blockSize_;                  // the handle's block size in bytes
-  uint32_t flags_;                      // Init's option word
-  std::shared_ptr<BitMap> changed_;     // the changed-block bitmap
-  std::shared_ptr<BitMap> comparison_;  // blocks compared with the older shadow copy when asked
+  uint64_t cursor_ = 0;                                       // next block of the walk
+  bool walkEnded_ = false;                                    // the walk has ended, or a read failed
+  uint64_t blockSize_;                                        // the handle's block size in bytes
+  uint32_t flags_;                                            // Init's option word
+  std::shared_ptr<BitMap> changed_;                           // the changed-block bitmap
+  std::shared_ptr<BitMap> comparison_;                        // blocks compared with the older shadow copy when asked
   std::shared_ptr<ntfsparsercore::io::ISource> olderSource_;  // the start shadow copy
   std::shared_ptr<ntfsparsercore::io::ISource> newerSource_;  // the end shadow copy
   std::unique_ptr<uint8_t[]> blockBuffer_;  // scratch block for comparisons; none for an invalid block size

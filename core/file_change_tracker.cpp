@@ -30,13 +30,13 @@ std::shared_ptr<ntfsparsercore::io::NtfsFile> FileChangeTracker::Find(
   return std::shared_ptr<ntfsparsercore::io::NtfsFile>(ntfsparsercore::FindFile(volume, path));
 }
 
-int32_t FileChangeTracker::ExcludeFiles(const char* const* paths, std::unique_ptr<BlockProcessor>* processorOut) {
-  if (paths == nullptr || processorOut == nullptr) return kBadArgument;
-  if (!newerVolume_) return kNoView;
+WorkerResult FileChangeTracker::ExcludeFiles(const char* const* paths, std::unique_ptr<BlockProcessor>* processorOut) {
+  if (paths == nullptr || processorOut == nullptr) return WorkerResult::kBadArgument;
+  if (!newerVolume_) return WorkerResult::kNoView;
   ExtentList combined;
   for (const char* const* path = paths; *path != nullptr; ++path) {
     auto file = Find(newerVolume_, *path);
-    if (!file) return kNotFound;
+    if (!file) return WorkerResult::kNotFound;
     if (file->IsResident()) continue;
     ExtentList extents = file->GetExtents();
     combined.insert(combined.end(), extents.begin(), extents.end());
@@ -46,7 +46,7 @@ int32_t FileChangeTracker::ExcludeFiles(const char* const* paths, std::unique_pt
   // A processor that never computed a bitmap has no blocks to clear.
   if (changed) ClearExtents(std::move(combined), *changed, copy->GetBlockSize());
   *processorOut = std::move(copy);
-  return kOk;
+  return WorkerResult::kOk;
 }
 
 void FileChangeTracker::ClearExtents(ExtentList extents, BitMap& changed, uint64_t blockSize) {
@@ -85,17 +85,17 @@ uint64_t FileChangeTracker::MapLength(uint64_t fileSize, uint64_t blockSize) {
   return bits / 8 + (bits % 8 != 0 ? 1 : 0);
 }
 
-int32_t FileChangeTracker::GetFileChangesMap(const char* path, uint8_t* buffer, uint64_t* size) {
-  if (!newerVolume_) return kNoView;
+WorkerResult FileChangeTracker::GetFileChangesMap(const char* path, uint8_t* buffer, uint64_t* size) {
+  if (!newerVolume_) return WorkerResult::kNoView;
   auto newer = Find(newerVolume_, path);
-  if (!newer) return kNotFound;
+  if (!newer) return WorkerResult::kNotFound;
   const uint64_t blockSize = blockProcessor_->GetBlockSize();
   const uint64_t length = MapLength(newer->GetSize(), blockSize);
   if (buffer == nullptr) {
     *size = length;
-    return kOk;
+    return WorkerResult::kOk;
   }
-  if (*size < length) return kBadArgument;
+  if (*size < length) return WorkerResult::kBadArgument;
   auto fileBitmap = std::make_shared<BitMap>(length);
   auto older = Find(olderVolume_, path);
   fileprocessors::FileVersionComparer(older, newer, blockSize).Compare(*fileBitmap, newerVolume_->GetClusterSize());
@@ -110,7 +110,7 @@ int32_t FileChangeTracker::GetFileChangesMap(const char* path, uint8_t* buffer, 
   if (changed) processor->Process(*changed);
   // The map of an empty file has no bytes, though the bitmap keeps one.
   std::memcpy(buffer, fileBitmap->Data(), length);
-  return kOk;
+  return WorkerResult::kOk;
 }
 
 }  // namespace tolvarcore

@@ -18,12 +18,6 @@ namespace tolvarcore {
 
 class FileChangeTracker {
  public:
-  // Worker results.
-  static constexpr int32_t kOk = 0;
-  static constexpr int32_t kBadArgument = -3;  // null argument, or a buffer too small
-  static constexpr int32_t kNoView = -4;       // the newer shadow copy has no NTFS view
-  static constexpr int32_t kNotFound = -5;     // a path was not found
-
   // blockProcessor is borrowed for the tracker's life.
   FileChangeTracker(BlockProcessor* blockProcessor, std::shared_ptr<ntfsparsercore::NtfsVolume> olderVolume,
                     std::shared_ptr<ntfsparsercore::NtfsVolume> newerVolume);
@@ -35,11 +29,13 @@ class FileChangeTracker {
   // the shared changed-block bitmap, through a copy of the block processor
   // handed out in *processorOut for the new handle. Nothing is cleared when
   // a path is not found.
-  int32_t ExcludeFiles(const char* const* paths, std::unique_ptr<BlockProcessor>* processorOut);
+  // kOk, kBadArgument (a null argument), kNoView or kNotFound.
+  WorkerResult ExcludeFiles(const char* const* paths, std::unique_ptr<BlockProcessor>* processorOut);
 
   // Writes the change map of the file at path into buffer, or with a null
   // buffer its length in bytes into *size.
-  int32_t GetFileChangesMap(const char* path, uint8_t* buffer, uint64_t* size);
+  // kOk, kBadArgument (a buffer too small), kNoView or kNotFound.
+  WorkerResult GetFileChangesMap(const char* path, uint8_t* buffer, uint64_t* size);
 
   // Clears, for each run of adjoining stored extents, the whole blocks that
   // its length holds from its start raised to a block boundary.

@@ -401,7 +401,8 @@ std::unique_ptr<TrackingHandle> InitOnImage(const std::shared_ptr<tolvarfuzz::Re
   if (!storage) return nullptr;
   tolvarcore::vss::service::VssContext context(storage);
   const std::pair<std::string, std::string> identifiers(vss::Id(0x101).ToString(), vss::Id(0x102).ToString());
-  if (handle->blockProcessor->Compute(context, *handle->volumeProvider, volume, storage, identifiers) != 0) {
+  if (handle->blockProcessor->Compute(context, *handle->volumeProvider, volume, storage, identifiers) !=
+      tolvarcore::WorkerResult::kOk) {
     return nullptr;
   }
   return handle;
@@ -415,7 +416,8 @@ void WalkSome(TrackingHandle& handle, uint64_t blockSize, bool compare) {
   std::vector<uint8_t> block(blockSize);
   for (int i = 0; i < kBlocksRecorded; ++i) {
     uint64_t room = blockSize;
-    if (handle.blockProcessor->NextBlock(block.data(), &room, compare) < 0) break;
+    uint64_t index = 0;
+    if (handle.blockProcessor->NextBlock(block.data(), &room, compare, &index) != tolvarcore::WorkerResult::kOk) break;
   }
 }
 

@@ -11,10 +11,21 @@ namespace {
 
 using tolvarcore::BitMap;
 using tolvarcore::BlockProcessor;
+using tolvarcore::WorkerResult;
 using tolvartest::FaultSource;
 using tolvartest::PatternBytes;
 
 constexpr uint64_t kBlock = 4096;
+constexpr int64_t kEnd = static_cast<int64_t>(WorkerResult::kEnd);
+constexpr int64_t kBadArgument = static_cast<int64_t>(WorkerResult::kBadArgument);
+
+// One step of the walk as one number: the index of the block served, or the
+// (negative) worker result when none was.
+int64_t Next(BlockProcessor& processor, std::vector<uint8_t>& buffer, uint64_t* size, bool compare) {
+  uint64_t index = 0;
+  const WorkerResult result = processor.NextBlock(buffer.data(), size, compare, &index);
+  return result == WorkerResult::kOk ? static_cast<int64_t>(index) : static_cast<int64_t>(result);
+}
 
 class WalkableProcessor : public BlockProcessor {
  public:
@@ -49,7 +60,7 @@ class BlockWalk : public testing::Test {
     std::vector<uint8_t> buffer(kBlock);
     for (;;) {
       uint64_t size = kBlock;
-      int64_t index = processor.NextBlock(buffer.data(), &size, compare);
+      int64_t index = Next(processor, buffer, &size, compare);
       if (index < 0) break;
       EXPECT_EQ(size, kBlock);
       EXPECT_EQ(buffer, NewerBlock(static_cast<uint64_t>(index))) << index;
@@ -72,8 +83,8 @@ TEST_F(BlockWalk, ServesTheSetBitsInAscendingOrderThenEndForever) {
   EXPECT_EQ(Walk(*processor, false), (std::vector<int64_t>{1, 2, 9, 15}));
   std::vector<uint8_t> buffer(kBlock);
   uint64_t size = kBlock;
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), BlockProcessor::kEnd);
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, true), BlockProcessor::kEnd);
+  EXPECT_EQ(Next(*processor, buffer, &size, false), kEnd);
+  EXPECT_EQ(Next(*processor, buffer, &size, true), kEnd);
   EXPECT_EQ(newer_->Calls(),
             (std::vector<FaultSource::ReadCall>{
                 {1 * kBlock, kBlock}, {2 * kBlock, kBlock}, {9 * kBlock, kBlock}, {15 * kBlock, kBlock}}));
@@ -84,10 +95,10 @@ TEST_F(BlockWalk, ShortBufferReportsTheBlockSizeAndLeavesTheCursor) {
   auto processor = Make();
   std::vector<uint8_t> buffer(kBlock);
   uint64_t size = kBlock - 1;
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), BlockProcessor::kFailed);
+  EXPECT_EQ(Next(*processor, buffer, &size, false), kBadArgument);
   EXPECT_EQ(size, kBlock);
   EXPECT_EQ(newer_->ReadCount(), 0u);
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), 3);
+  EXPECT_EQ(Next(*processor, buffer, &size, false), 3);
   EXPECT_EQ(buffer, NewerBlock(3));
 }
 
@@ -96,7 +107,7 @@ TEST_F(BlockWalk, LargerBufferGetsOneBlockAndSizeBecomesTheBlockSize) {
   auto processor = Make();
   std::vector<uint8_t> buffer(3 * kBlock, 0xEE);
   uint64_t size = buffer.size();
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), 0);
+  EXPECT_EQ(Next(*processor, buffer, &size, false), 0);
   EXPECT_EQ(size, kBlock);
   EXPECT_EQ(buffer[kBlock], 0xEE);
 }
@@ -108,11 +119,11 @@ TEST_F(BlockWalk, ShortReadEndsTheWalkForGood) {
   newer_->FailFrom(5 * kBlock);
   std::vector<uint8_t> buffer(kBlock);
   uint64_t size = kBlock;
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), 2);
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), BlockProcessor::kFailed);
+  EXPECT_EQ(Next(*processor, buffer, &size, false), 2);
+  EXPECT_EQ(Next(*processor, buffer, &size, false), kBadArgument);
   newer_->FailFrom(UINT64_MAX);
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), BlockProcessor::kEnd);
-  EXPECT_EQ(processor->NextBlock(buffer.data(), &size, false), BlockProcessor::kEnd);
+  EXPECT_EQ(Next(*processor, buffer, &size, false), kEnd);
+  EXPECT_EQ(Next(*processor, buffer, &size, false), kEnd);
 }
 
 TEST_F(BlockWalk, CompareSkipsOnlyMarkedBlocksThatReadTheSame) {

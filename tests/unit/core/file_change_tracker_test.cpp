@@ -18,6 +18,7 @@ using ntfsparsercore::attributes::readers::Extent;
 using tolvarcore::BitMap;
 using tolvarcore::BlockProcessor;
 using tolvarcore::FileChangeTracker;
+using tolvarcore::WorkerResult;
 using tolvartest::FileVolumeImages;
 using tolvartest::MemorySource;
 
@@ -99,7 +100,7 @@ class FileChangeTrackerTest : public tolvartest::QueueTest {
 TEST_F(FileChangeTrackerTest, ExclusionClearsTheFilesBlocksInTheSharedBitmap) {
   const char* paths[] = {"/a.bin", "/b.bin", "/small.txt", nullptr};
   std::unique_ptr<BlockProcessor> copy;
-  EXPECT_EQ(Tracker().ExcludeFiles(paths, &copy), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().ExcludeFiles(paths, &copy), WorkerResult::kOk);
   ASSERT_TRUE(copy);
   EXPECT_EQ(copy->GetBitmap(), changed_);
   // a.bin's extent holds 12,188 bytes: two whole blocks, so cluster 42 stays.
@@ -109,14 +110,14 @@ TEST_F(FileChangeTrackerTest, ExclusionClearsTheFilesBlocksInTheSharedBitmap) {
 TEST_F(FileChangeTrackerTest, APathGivenTwiceClearsTheSameBlocks) {
   const char* paths[] = {"/b.bin", "/b.bin", nullptr};
   std::unique_ptr<BlockProcessor> copy;
-  EXPECT_EQ(Tracker().ExcludeFiles(paths, &copy), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().ExcludeFiles(paths, &copy), WorkerResult::kOk);
   EXPECT_EQ(ClearedBits(*changed_), (std::vector<uint64_t>{60, 61, 70}));
 }
 
 TEST_F(FileChangeTrackerTest, AMissingPathChangesNothingAndMakesNoProcessor) {
   const char* paths[] = {"/a.bin", "/missing.bin", nullptr};
   std::unique_ptr<BlockProcessor> copy;
-  EXPECT_EQ(Tracker().ExcludeFiles(paths, &copy), FileChangeTracker::kNotFound);
+  EXPECT_EQ(Tracker().ExcludeFiles(paths, &copy), WorkerResult::kNotFound);
   EXPECT_FALSE(copy);
   EXPECT_TRUE(ClearedBits(*changed_).empty());
 }
@@ -124,28 +125,28 @@ TEST_F(FileChangeTrackerTest, AMissingPathChangesNothingAndMakesNoProcessor) {
 TEST_F(FileChangeTrackerTest, NullArgumentsAndAMissingViewAreRefused) {
   const char* paths[] = {"/a.bin", nullptr};
   std::unique_ptr<BlockProcessor> copy;
-  EXPECT_EQ(Tracker().ExcludeFiles(nullptr, &copy), FileChangeTracker::kBadArgument);
-  EXPECT_EQ(Tracker().ExcludeFiles(paths, nullptr), FileChangeTracker::kBadArgument);
+  EXPECT_EQ(Tracker().ExcludeFiles(nullptr, &copy), WorkerResult::kBadArgument);
+  EXPECT_EQ(Tracker().ExcludeFiles(paths, nullptr), WorkerResult::kBadArgument);
   FileChangeTracker noView(processor_.get(), olderVolume_, nullptr);
-  EXPECT_EQ(noView.ExcludeFiles(paths, &copy), FileChangeTracker::kNoView);
+  EXPECT_EQ(noView.ExcludeFiles(paths, &copy), WorkerResult::kNoView);
   uint64_t size = 0;
-  EXPECT_EQ(noView.GetFileChangesMap("/a.bin", nullptr, &size), FileChangeTracker::kNoView);
+  EXPECT_EQ(noView.GetFileChangesMap("/a.bin", nullptr, &size), WorkerResult::kNoView);
   EXPECT_TRUE(ClearedBits(*changed_).empty());
 }
 
 TEST_F(FileChangeTrackerTest, AFileOfZeroBytesHasAMapOfZeroBytes) {
   uint64_t size = 99;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/empty.bin", nullptr, &size), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/empty.bin", nullptr, &size), WorkerResult::kOk);
   EXPECT_EQ(size, 0u);
   uint8_t guard = 0x5A;
   size = 0;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/empty.bin", &guard, &size), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/empty.bin", &guard, &size), WorkerResult::kOk);
   EXPECT_EQ(guard, 0x5A);
 }
 
 TEST_F(FileChangeTrackerTest, AFileOf4097BytesHasTwoBitsInOneByte) {
   uint64_t size = 0;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/four.bin", nullptr, &size), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/four.bin", nullptr, &size), WorkerResult::kOk);
   EXPECT_EQ(size, 1u);
   EXPECT_EQ(FileChangeTracker::MapLength(4097, 4096), 1u);
   EXPECT_EQ(FileChangeTracker::MapLength(8 * 4096 + 1, 4096), 2u);
@@ -154,13 +155,13 @@ TEST_F(FileChangeTrackerTest, AFileOf4097BytesHasTwoBitsInOneByte) {
 TEST_F(FileChangeTrackerTest, ABufferTooSmallIsRefused) {
   uint64_t size = 0;
   uint8_t byte = 0;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/a.bin", &byte, &size), FileChangeTracker::kBadArgument);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/a.bin", &byte, &size), WorkerResult::kBadArgument);
   EXPECT_EQ(size, 0u);
 }
 
 TEST_F(FileChangeTrackerTest, AMissingPathIsNotFound) {
   uint64_t size = 0;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/missing.bin", nullptr, &size), FileChangeTracker::kNotFound);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/missing.bin", nullptr, &size), WorkerResult::kNotFound);
 }
 
 TEST_F(FileChangeTrackerTest, TheMapJoinsMovedBlocksAndChangedBlocks) {
@@ -169,7 +170,7 @@ TEST_F(FileChangeTrackerTest, TheMapJoinsMovedBlocksAndChangedBlocks) {
   changed_->Set(60);
   uint8_t map = 0;
   uint64_t size = 1;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/b.bin", &map, &size), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/b.bin", &map, &size), WorkerResult::kOk);
   EXPECT_EQ(map, 0x05);
   EXPECT_EQ(size, 1u);
 }
@@ -180,7 +181,7 @@ TEST_F(FileChangeTrackerTest, UnchangedBlocksUnderAnUnmovedFileGiveZero) {
   changed_->Clear(42);
   uint8_t map = 0xAA;
   uint64_t size = 1;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/a.bin", &map, &size), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/a.bin", &map, &size), WorkerResult::kOk);
   EXPECT_EQ(map, 0x00);
 }
 
@@ -188,10 +189,10 @@ TEST_F(FileChangeTrackerTest, AFileMissingInTheOlderVersionOrResidentGetsAllOnes
   for (uint64_t i = 0; i < changed_->BitCount(); ++i) changed_->Clear(i);
   uint8_t map = 0;
   uint64_t size = 1;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/four.bin", &map, &size), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/four.bin", &map, &size), WorkerResult::kOk);
   EXPECT_EQ(map, 0xFF);
   map = 0;
-  EXPECT_EQ(Tracker().GetFileChangesMap("/small.txt", &map, &size), FileChangeTracker::kOk);
+  EXPECT_EQ(Tracker().GetFileChangesMap("/small.txt", &map, &size), WorkerResult::kOk);
   EXPECT_EQ(map, 0xFF);
 }
 
