@@ -1,4 +1,4 @@
-// tolvar apply: see Usage() in main.cpp and the README.
+// tolvar apply: see kUsage in main.cpp and the README.
 #ifndef TOLVAR_CLI_APPLY_COMMAND_H_
 #define TOLVAR_CLI_APPLY_COMMAND_H_
 

@@ -1,4 +1,4 @@
-// tolvar backup: see Usage() in main.cpp and the README.
+// tolvar backup: see kUsage in main.cpp and the README.
 #ifndef TOLVAR_CLI_BACKUP_COMMAND_H_
 #define TOLVAR_CLI_BACKUP_COMMAND_H_
 

@@ -1,4 +1,4 @@
-// tolvar diff: see Usage() in main.cpp and the README.
+// tolvar diff: see kUsage in main.cpp and the README.
 #ifndef TOLVAR_CLI_DIFF_COMMAND_H_
 #define TOLVAR_CLI_DIFF_COMMAND_H_
 

@@ -1,4 +1,4 @@
-// tolvar filemap: see Usage() in main.cpp and the README.
+// tolvar filemap: see kUsage in main.cpp and the README.
 #ifndef TOLVAR_CLI_FILEMAP_COMMAND_H_
 #define TOLVAR_CLI_FILEMAP_COMMAND_H_
 

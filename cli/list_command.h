@@ -1,4 +1,4 @@
-// tolvar list: see Usage() in main.cpp and the README.
+// tolvar list: see kUsage in main.cpp and the README.
 #ifndef TOLVAR_CLI_LIST_COMMAND_H_
 #define TOLVAR_CLI_LIST_COMMAND_H_
 

@@ -54,7 +54,7 @@ std::vector<AttributeListEntry> ParseAttributeList(const Attribute& attributeLis
     const uint8_t nameLength = header[kNameLengthOffset];
     if (nameLength != 0) {
       // The name is read, but its length is never set: every entry's name stays empty.
-      std::vector<uint8_t> nameBuffer(2u * nameLength);
+      std::vector<uint8_t> nameBuffer(std::size_t{2} * nameLength);
       reader->Read(nameBuffer.data(), nameBuffer.size(), p + header[kNameOffsetOffset]);
     }
     const uint64_t step = entry.type == 0 ? kEntryHeaderSize : entry.recordLength;

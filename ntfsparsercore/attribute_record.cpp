@@ -53,7 +53,7 @@ AttributeRecord::AttributeRecord(std::shared_ptr<io::ISource> mftRecord, uint64_
 
 void AttributeRecord::ReadName(uint8_t nameLength, uint16_t nameOffset) {
   std::vector<uint8_t> units(2u * nameLength + 2, 0);  // the name and a zero code unit
-  if (source_) source_->Read(units.data(), 2u * nameLength, offset_ + nameOffset);
+  if (source_) source_->Read(units.data(), uint64_t{2} * nameLength, offset_ + nameOffset);
   name_ = Utf16LeToUtf8(units.data(), nameLength + 1u);
 }
 

@@ -15,7 +15,7 @@ uint64_t FileNameValue::ParentRecordNumber() const {
 std::string FileNameValue::ReadName(io::ISource& value) const {
   const uint8_t length = NameLength();
   uint8_t name[kNameBufferSize] = {};
-  value.Read(name, 2u * length, kName);
+  value.Read(name, uint64_t{2} * length, kName);
   return Utf16LeToUtf8(name, length);
 }
 

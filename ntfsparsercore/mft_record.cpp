@@ -46,7 +46,7 @@ struct MetPositions {
       list[listed++] = position;
       return true;
     }
-    all.reset(new std::vector<bool>(kPositionCount, false));
+    all = std::make_unique<std::vector<bool>>(kPositionCount, false);
     for (std::size_t i = 0; i < listed; ++i) (*all)[list[i]] = true;
     (*all)[position] = true;
     return true;

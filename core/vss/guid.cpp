@@ -8,6 +8,10 @@
 namespace tolvarcore {
 namespace vss {
 
+// The GUID's text form is written out with its positions and lengths as
+// numbers: they are the form's, not the store's.
+// NOLINTBEGIN(readability-magic-numbers)
+
 namespace {
 
 // Text position of each byte's two digits, in on-disk byte order.
@@ -65,6 +69,8 @@ const Guid& StoreIdentifier() {
   static const Guid identifier = [] { return Guid::FromBytes(format::kStoreIdentifierBytes); }();
   return identifier;
 }
+
+// NOLINTEND(readability-magic-numbers)
 
 }  // namespace vss
 }  // namespace tolvarcore

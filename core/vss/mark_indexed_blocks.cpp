@@ -21,13 +21,13 @@ void MarkIndexedBlocks(const std::shared_ptr<VssRecord>& record, BitMap& result,
     if (descriptor.IsNotUsed()) continue;
     if (descriptor.originalOffset == 0 && descriptor.relativeOffset == 0) continue;
     const uint64_t block = descriptor.originalOffset >> format::kBlockShift;
-    if (!overlayOnly) {
-      result.Set(block);
-    } else if (!seen->Test(block)) {
+    if (overlayOnly && !seen->Test(block)) {
       seen->Set(block);
-    } else if (!result.Test(block) && descriptor.IsOverlay()) {
-      result.Set(block);
+      continue;
     }
+    // Every block of a full pass; in the overlay-only pass, an overlay of a
+    // block met before and not marked yet.
+    if (!overlayOnly || (!result.Test(block) && descriptor.IsOverlay())) result.Set(block);
   }
   ReportError(kErrorIo, "Failed to read index record");
 }

@@ -70,7 +70,7 @@ std::size_t HotPageProxy::SlotFor(uint64_t page) {
 // Brings proxy index into use, serving page.
 std::size_t HotPageProxy::MakeSlot(uint64_t index, uint64_t page) {
   Slot made;
-  made.proxy.reset(new CacheProxy(source_, pageSize_));
+  made.proxy = std::make_unique<CacheProxy>(source_, pageSize_);
   made.page = page;
   slots_.push_back(std::move(made));
   const std::size_t slot = slots_.size() - 1;

@@ -11,7 +11,7 @@ NtfsFile::NtfsFile(const std::shared_ptr<MftRecord>& record) {
   MftRecord::AttributeList data = record->GetAttributes(format::kAttributeData);
   for (const auto& attribute : data) {
     if (attribute->IsNamed()) continue;
-    attribute_.reset(new Attribute(*attribute));
+    attribute_ = std::make_unique<Attribute>(*attribute);
     reader_ = attribute_->CreateReader();
     return;
   }
