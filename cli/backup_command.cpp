@@ -1,13 +1,21 @@
 // Walks the changed blocks with GetBlock and writes them into an increment
-// file (format in increment_header.h), under a temporary name until done.
+// file (format in increment_header.h) or, with --format qcow2, into a qcow2
+// overlay whose backing file is BASE, an image of the older shadow copy.
 #include "cli/backup_command.h"
 
 #include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <system_error>
 
 #include "cli/error_report.h"
 #include "cli/exit_code.h"
+#include "cli/image_probe.h"
 #include "cli/increment_writer.h"
 #include "cli/progress_meter.h"
+#include "cli/qcow2_image_writer.h"
+#include "cli/zero_bytes.h"
 #include "cli/tracking_session.h"
 #include "tolvar/tolvar.h"
 
@@ -37,10 +45,18 @@ bool FailedOnlyPastTheEnd(const std::vector<uint8_t>& bitmap, uint64_t blockSize
   return false;
 }
 
-// Walks GetBlock to its end, appending each block to writer, with progress.
+// Where the walk's blocks go: an increment file or a qcow2 overlay.
+struct BlockTarget {
+  std::function<bool(uint64_t index, const std::vector<uint8_t>& block)> add;  // stores one block
+  std::function<bool()> commit;                                                // completes the file
+  std::function<std::string()> writingName;                                    // for messages
+  bool toStandardOutput;                                                       // OUT is "-"
+};
+
+// Walks GetBlock to its end, handing each block to target, with progress.
 // Returns the exit code: the walk's failure is printed with the queue.
 int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint64_t volumeSize, bool compare,
-             IncrementWriter* writer) {
+             const BlockTarget& target) {
   const uint64_t blockSize = session.BlockSize();
   ProgressMeter progress(CountSetBits(bitmap), blockSize);
   std::vector<uint8_t> block(blockSize);
@@ -49,8 +65,8 @@ int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint6
   bool served = false;
   int32_t status = 0;
   while ((status = session.NextBlock(&block, &index, compare)) == TOLVAR_OK) {
-    if (!writer->AddBlock(index, block)) {
-      std::fprintf(stderr, "tolvar: cannot write %s\n", writer->WritingName().c_str());
+    if (!target.add(index, block)) {
+      std::fprintf(stderr, "tolvar: cannot write %s\n", target.writingName().c_str());
       return kExitFile;
     }
     lastServed = index;
@@ -69,10 +85,40 @@ int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint6
   return kExitOk;
 }
 
+// The name the overlay gives its backing file: BASE as given when absolute,
+// otherwise relative to the overlay's folder, where qemu looks for it.
+std::string BackingName(const std::string& base, const std::string& out) {
+  const std::filesystem::path basePath(base);
+  if (basePath.is_absolute()) return base;
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::absolute(out, error).parent_path();
+  const std::filesystem::path relative = std::filesystem::absolute(basePath, error).lexically_relative(folder);
+  return error || relative.empty() ? std::filesystem::absolute(basePath).string() : relative.string();
+}
+
+// Checks --format, --base and the block size together; prints why not.
+bool CheckFormat(const CommandLine& arguments, const std::string& format, uint64_t blockSize) {
+  const bool qcow2 = format == "qcow2";
+  if (!qcow2 && format != "tvi") {
+    std::fprintf(stderr, "tolvar backup: unknown format '%s' (tvi or qcow2)\n", format.c_str());
+    return false;
+  }
+  if (qcow2 != !arguments.Value("--base", "").empty()) {
+    std::fprintf(stderr, "tolvar backup: --base BASE goes with --format qcow2, and only with it\n");
+    return false;
+  }
+  if (qcow2 && !Qcow2ImageWriter::IsClusterSize(blockSize)) {
+    std::fprintf(stderr, "tolvar backup: qcow2 needs a block size that is a power of two, not %llu\n",
+                 static_cast<unsigned long long>(blockSize));
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 CommandLine::Grammar BackupCommand::Grammar() {
-  return {4, {"--compare", "--extra-pass"}, {"--block-size", "--exclude"}};
+  return {4, {"--compare", "--extra-pass"}, {"--block-size", "--exclude", "--format", "--base"}};
 }
 
 int BackupCommand::Run(const CommandLine& arguments) {
@@ -80,37 +126,83 @@ int BackupCommand::Run(const CommandLine& arguments) {
   const std::string& from = arguments.Positional(1);
   const std::string& to = arguments.Positional(2);
   const std::string& out = arguments.Positional(3);
+  const std::string format = arguments.Value("--format", "tvi");
+  const std::string base = arguments.Value("--base", "");
   uint64_t blockSize = 0;
   if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
+  if (!CheckFormat(arguments, format, blockSize)) return kExitUsage;
+  ImageProbe backing;
+  std::unique_ptr<Qcow2ImageWriter> overlay;
+  if (format == "qcow2") {
+    if (!backing.Probe(base)) {
+      std::fprintf(stderr, "tolvar: cannot read %s\n", base.c_str());
+      return kExitFile;
+    }
+    overlay = std::make_unique<Qcow2ImageWriter>(out, blockSize, BackingName(base, out), backing.format);
+    if (!overlay->Fits()) {
+      std::fprintf(stderr, "tolvar backup: qcow2 output needs a regular file or a block device, not %s\n", out.c_str());
+      return kExitUsage;
+    }
+  }
+
   TrackingSession session;
   std::vector<uint8_t> bitmap;
   if (!session.OpenChangedBlocks(volume, from, to, blockSize, arguments.Has("--extra-pass"),
                                  arguments.Values("--exclude"), &bitmap)) {
     return kExitLibrary;
   }
+  const uint64_t volumeSize = VolumeSize(volume);
+  if (overlay && backing.virtualSize != volumeSize) {
+    std::fprintf(stderr, "tolvar: %s is an image of %llu bytes, the volume has %llu\n", base.c_str(),
+                 static_cast<unsigned long long>(backing.virtualSize), static_cast<unsigned long long>(volumeSize));
+    return kExitRefused;
+  }
 
   IncrementHeader header;
-  header.volumeSize = VolumeSize(volume);
+  header.volumeSize = volumeSize;
   header.blockSize = blockSize;
   header.bitmapLength = bitmap.size();
   header.from = from;
   header.to = to;
   IncrementWriter writer(out);
-  if (!writer.Begin(header, bitmap)) {
-    std::fprintf(stderr, "tolvar: cannot write %s\n", writer.WritingName().c_str());
+  BlockTarget target;
+  uint64_t stored = 0;
+  bool opened = false;
+  if (overlay) {
+    opened = overlay->Open(volumeSize);
+    target.add = [&](uint64_t index, const std::vector<uint8_t>& block) {
+      ++stored;
+      // A block of zeros must read as zeros, not as BASE has it.
+      return IsAllZero(block.data(), block.size()) ? overlay->PutZeros(index * blockSize, blockSize)
+                                                   : overlay->Put(index * blockSize, block.data(), block.size());
+    };
+    target.commit = [&] { return overlay->Commit(); };
+    target.writingName = [&] { return overlay->WritingName(); };
+    target.toStandardOutput = false;
+  } else {
+    opened = writer.Begin(header, bitmap);
+    target.add = [&](uint64_t index, const std::vector<uint8_t>& block) {
+      ++stored;
+      return writer.AddBlock(index, block);
+    };
+    target.commit = [&] { return writer.Commit(); };
+    target.writingName = [&] { return writer.WritingName(); };
+    target.toStandardOutput = writer.IsStandardOutput();
+  }
+  if (!opened) {
+    std::fprintf(stderr, "tolvar: cannot write %s\n", target.writingName().c_str());
     return kExitFile;
   }
 
-  const int walked = WalkInto(session, bitmap, header.volumeSize, arguments.Has("--compare"), &writer);
+  const int walked = WalkInto(session, bitmap, volumeSize, arguments.Has("--compare"), target);
   if (walked != kExitOk) return walked;
-  if (!writer.Commit()) {
-    std::fprintf(stderr, "tolvar: cannot write %s\n", writer.WritingName().c_str());
+  if (!target.commit()) {
+    std::fprintf(stderr, "tolvar: cannot write %s\n", target.writingName().c_str());
     return kExitFile;
   }
   // With the increment on standard output, the summary goes to stderr.
-  std::fprintf(writer.IsStandardOutput() ? stderr : stdout, "%llu blocks of %llu bytes written to %s\n",
-               static_cast<unsigned long long>(writer.BlockCount()), static_cast<unsigned long long>(blockSize),
-               out.c_str());
+  std::fprintf(target.toStandardOutput ? stderr : stdout, "%llu blocks of %llu bytes written to %s\n",
+               static_cast<unsigned long long>(stored), static_cast<unsigned long long>(blockSize), out.c_str());
   return kExitOk;
 }
 

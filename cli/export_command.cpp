@@ -14,6 +14,7 @@
 #include "cli/exit_code.h"
 #include "cli/image_writer.h"
 #include "cli/progress_meter.h"
+#include "cli/qcow2_image_writer.h"
 #include "cli/raw_image_writer.h"
 #include "cli/snapshot_reader.h"
 #include "cli/used_clusters.h"
@@ -29,6 +30,7 @@ constexpr uint64_t kChunkSize = 16 * kBlockSize;
 
 std::unique_ptr<ImageWriter> MakeWriter(const std::string& format, const std::string& out) {
   if (format == "raw") return std::make_unique<RawImageWriter>(out);
+  if (format == "qcow2") return std::make_unique<Qcow2ImageWriter>(out, kBlockSize);
   return nullptr;
 }
 
@@ -94,6 +96,12 @@ int ExportCommand::Run(const CommandLine& arguments) {
   std::unique_ptr<ImageWriter> writer = MakeWriter(format, out);
   if (!writer) {
     std::fprintf(stderr, "tolvar export: unknown format '%s' (raw or qcow2)\n", format.c_str());
+    return kExitUsage;
+  }
+
+  if (!writer->Fits()) {
+    std::fprintf(stderr, "tolvar export: %s output needs a regular file or a block device, not %s\n", format.c_str(),
+                 out.c_str());
     return kExitUsage;
   }
 

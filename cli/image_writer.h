@@ -31,6 +31,8 @@ class ImageWriter {
   // The name to put in a message about a failed write.
   virtual std::string WritingName() const = 0;
   virtual bool IsStandardOutput() const = 0;
+  // False when the format needs to seek and the output cannot.
+  virtual bool Fits() const = 0;
 };
 
 }  // namespace tolvarcli

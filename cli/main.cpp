@@ -23,16 +23,17 @@ const char kUsage[] =
     "  tolvar diff VOLUME FROM TO [--block-size N] [--extra-pass] [--exclude PATH]...\n"
     "              [--bitmap-out FILE] [--json]\n"
     "  tolvar backup VOLUME FROM TO OUT [--block-size N] [--compare] [--extra-pass]\n"
-    "              [--exclude PATH]...\n"
+    "              [--exclude PATH]... [--format tvi | --format qcow2 --base BASE]\n"
     "  tolvar apply BASE INCREMENT\n"
-    "  tolvar export VOLUME SNAPSHOT OUT [--format raw] [--used-only]\n"
+    "  tolvar export VOLUME SNAPSHOT OUT [--format raw|qcow2] [--used-only]\n"
     "  tolvar filemap VOLUME FROM TO PATH [--block-size N] [--json]\n"
     "FROM and TO are shadow copy IDs as 'tolvar list' prints them; N is a multiple\n"
     "of 4096 from 4096 to 131072 (default 65536), in bytes or with a K suffix.\n"
     "OUT of '-' is standard output; an existing device or FIFO is written in place.\n"
     "PATH is a file inside the volume, lower case, e.g. /documents/report.txt.\n"
     "exit codes: 0 done, 1 usage, 2 the library failed, 3 a file could not be\n"
-    "read or written, 4 apply refused the increment (BASE untouched)\n";
+    "read or written, 4 apply refused the increment (BASE untouched) or backup\n"
+    "refused BASE\n";
 
 // One subcommand: its name, what it accepts and what runs it.
 struct Subcommand {

@@ -55,6 +55,12 @@ bool OutputFile::Open() {
   return true;
 }
 
+bool OutputFile::CanSeek() const {
+  if (kind_ != Kind::kInPlace) return kind_ == Kind::kTemporary;
+  std::error_code error;
+  return std::filesystem::is_block_file(path_, error);
+}
+
 std::string OutputFile::WritingName() const {
   switch (kind_) {
     case Kind::kStandardOutput:

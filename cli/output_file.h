@@ -50,6 +50,9 @@ class OutputFile {
   bool IsStandardOutput() const { return kind_ == Kind::kStandardOutput; }
   // True when the output is a regular file of our own, where zeros become holes.
   bool IsOwnFile() const { return kind_ == Kind::kTemporary; }
+  // True when WriteAt works: a file of our own or a block device, not
+  // standard output, a FIFO or a character device.
+  bool CanSeek() const;
   // The name to put in a message about a failed write.
   std::string WritingName() const;
   // The target as given.

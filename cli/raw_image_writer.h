@@ -22,6 +22,7 @@ class RawImageWriter : public ImageWriter {
   bool Commit() override;
   std::string WritingName() const override { return out_.WritingName(); }
   bool IsStandardOutput() const override { return out_.IsStandardOutput(); }
+  bool Fits() const override { return true; }
 
  private:
   bool SkipTo(uint64_t offset);

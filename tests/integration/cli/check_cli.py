@@ -9,6 +9,7 @@ and on the Windows 10 volume of the shared test data.
     check_cli.py --cli TOLVAR --work DIR files --tool MKVSSIMAGE --lib LIBTOLVAR
     check_cli.py --cli TOLVAR --work DIR export --tool MKVSSIMAGE --scenario NAME
     check_cli.py --cli TOLVAR --work DIR special-outputs --tool MKVSSIMAGE
+    check_cli.py --cli TOLVAR --work DIR qcow2-chain --tool MKVSSIMAGE --scenario NAME
     check_cli.py --cli TOLVAR --work DIR windows-export --disk NTFS_RAW --extract EXTRACT_PARTITION
 
 Exits 77 when the image builder cannot make images here (no FUSE), the
@@ -530,6 +531,93 @@ def check_windows_export(arguments):
     os.remove(volume)
 
 
+def qemu_img(*words):
+    completed = run(["qemu-img"] + [str(word) for word in words])
+    if completed.returncode != 0:
+        raise Failure("qemu-img %s exited %d: %s%s" % (" ".join(str(word) for word in words), completed.returncode,
+                                                      completed.stdout.decode(), completed.stderr.decode()))
+    return completed.stdout.decode()
+
+
+def qemu_check(path):
+    report = json.loads(qemu_img("check", "--output=json", path))
+    problems = {key: report.get(key, 0) for key in ("corruptions", "leaks", "check-errors")}
+    if any(problems.values()):
+        raise Failure("qemu-img check %s: %r" % (path, report))
+
+
+def check_qcow2_chain(arguments):
+    """export --format qcow2 equals the raw export as qemu-img reads it; a chain
+    of backup --format qcow2 overlays, from a raw and from a qcow2 base, reads
+    through qemu-img as each newer snapshot outside the store files; qemu-img
+    check finds every file clean."""
+    if shutil.which("qemu-img") is None:
+        print("SKIP: qemu-img (qemu-utils) is missing")
+        sys.exit(SKIP)
+    prefix, manifest = build_image(arguments, arguments.scenario)
+    image = prefix + ".img"
+    work = os.path.dirname(prefix)
+    manifest_path = prefix + ".manifest.json"
+    snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
+    first = snapshots[0]["shadow_copy_id"]
+    raw_base = prefix + ".base.raw"
+    qcow2_base = prefix + ".base.qcow2"
+    expect(arguments, 0, None, [], "export", image, first, raw_base)
+    expect(arguments, 0, None, [], "export", image, first, qcow2_base, "--format", "qcow2")
+    qemu_check(qcow2_base)
+    info = json.loads(qemu_img("info", "--output=json", qcow2_base))
+    if info["format"] != "qcow2" or info["virtual-size"] != os.path.getsize(raw_base) or \
+            info.get("format-specific", {}).get("data", {}).get("compat") != "1.1":
+        raise Failure("qemu-img info of the qcow2 export: %r" % info)
+    qemu_img("compare", "-f", "qcow2", "-F", "raw", qcow2_base, raw_base)
+    for block_size in (65536, 4096):
+        for base in (raw_base, qcow2_base):
+            chain = [base]
+            for newer in range(1, len(snapshots)):
+                overlay = "%s.%d.%d.%s.qcow2" % (prefix, block_size, newer + 1, os.path.basename(base).split(".")[-1])
+                expect(arguments, 0, None, [], "backup", image, snapshots[newer - 1]["shadow_copy_id"],
+                       snapshots[newer]["shadow_copy_id"], overlay, "--format", "qcow2", "--base", chain[-1],
+                       "--block-size", block_size)
+                chain.append(overlay)
+                qemu_check(overlay)
+                backing = json.loads(qemu_img("info", "--output=json", "--backing-chain", overlay))
+                names = [os.path.basename(entry["filename"]) for entry in backing]
+                if names != [os.path.basename(path) for path in reversed(chain)]:
+                    raise Failure("qemu-img info --backing-chain %s: %r" % (overlay, names))
+                converted = prefix + ".converted.raw"
+                qemu_img("convert", "-O", "raw", overlay, converted)
+                equal, report = compare_outside_store(manifest_path, converted,
+                                                      os.path.join(work, snapshots[newer]["image"]))
+                if not equal:
+                    raise Failure("%s read through qemu-img differs from snapshot %d\n%s"
+                                  % (overlay, newer + 1, report))
+                os.remove(converted)
+            print("block %d, %s base: %d overlays read as their snapshots and check clean"
+                  % (block_size, os.path.basename(base).split(".")[-1], len(chain) - 1))
+            for overlay in chain[1:]:
+                os.remove(overlay)
+    # Wrong or missing BASE, and arguments that do not go together.
+    older, newer = snapshots[0]["shadow_copy_id"], snapshots[-1]["shadow_copy_id"]
+    out = prefix + ".refused.qcow2"
+    small = prefix + ".small.raw"
+    with open(small, "wb") as handle:
+        handle.truncate(manifest["volume_size"] // 2)
+    expect(arguments, 4, [], ["tolvar: %s is an image of %d bytes, the volume has %d"
+                              % (small, manifest["volume_size"] // 2, manifest["volume_size"])],
+           "backup", image, older, newer, out, "--format", "qcow2", "--base", small)
+    expect(arguments, 3, [], ["tolvar: cannot read %s" % (prefix + ".absent")],
+           "backup", image, older, newer, out, "--format", "qcow2", "--base", prefix + ".absent")
+    expect(arguments, 1, [], None, "backup", image, older, newer, out, "--base", raw_base)
+    expect(arguments, 1, [], None, "backup", image, older, newer, out, "--format", "qcow2")
+    _, _, err = expect(arguments, 1, [], None, "backup", image, older, newer, out, "--format", "qcow2", "--base",
+                       raw_base, "--block-size", "12K")
+    if not err.startswith("tolvar backup: qcow2 needs a block size that is a power of two, not 12288\n"):
+        raise Failure("backup --block-size 12K --format qcow2: %r" % err)
+    if os.path.exists(out) or os.path.exists(out + ".partial"):
+        raise Failure("a refused backup left a file behind")
+    print("a BASE of the wrong size, a missing BASE and mismatched options are refused")
+
+
 def node_identity(path):
     status = os.lstat(path)
     return stat.S_IFMT(status.st_mode), status.st_rdev, status.st_ino
@@ -589,6 +677,19 @@ def check_special_outputs(arguments):
         if node_identity(device) != before:
             raise Failure("%s into a character device replaced it" % name)
         print("%s: a FIFO got the %d bytes a file gets; the device node is untouched" % (name, len(expected)))
+    # qcow2 needs to seek: a FIFO and a character device are refused and left alone.
+    for words in (["export", image, newer], ["backup", image, older, newer]):
+        fifo = os.path.join(work, "fifo.out")
+        os.mkfifo(fifo)
+        for node in (fifo, device):
+            before = node_identity(node)
+            extra = ["--base", os.path.join(work, manifest["snapshots"][0]["image"])] if words[0] == "backup" else []
+            expect(arguments, 1, [], ["tolvar %s: qcow2 output needs a regular file or a block device, not %s"
+                                      % (words[0], node)], *(words + [node, "--format", "qcow2"] + extra))
+            if node_identity(node) != before:
+                raise Failure("%s --format qcow2 into %s replaced it" % (words[0], node))
+        os.remove(fifo)
+    print("qcow2 output into a FIFO or a character device is refused; the nodes are untouched")
     os.remove(device)
 
 
@@ -602,9 +703,10 @@ def main():
     roundtrip.add_argument("--scenario", required=True)
     for name in ("refusals", "failures", "special-outputs"):
         commands.add_parser(name).add_argument("--tool", required=True)
-    export = commands.add_parser("export")
-    export.add_argument("--tool", required=True)
-    export.add_argument("--scenario", required=True)
+    for name in ("export", "qcow2-chain"):
+        scenario = commands.add_parser(name)
+        scenario.add_argument("--tool", required=True)
+        scenario.add_argument("--scenario", required=True)
     files = commands.add_parser("files")
     files.add_argument("--tool", required=True)
     files.add_argument("--lib", required=True)
@@ -615,7 +717,7 @@ def main():
     arguments = parser.parse_args()
     checks = {"roundtrip": check_roundtrip, "refusals": check_refusals, "failures": check_failures,
               "windows-list": check_windows_list, "files": check_files, "export": check_export,
-              "special-outputs": check_special_outputs, "windows-export": check_windows_export}
+              "special-outputs": check_special_outputs, "qcow2-chain": check_qcow2_chain, "windows-export": check_windows_export}
     try:
         checks[arguments.check](arguments)
     except Failure as failure:
