@@ -24,9 +24,7 @@ inline uint32_t LoadBe32(const uint8_t* p) {
          (static_cast<uint32_t>(p[2]) << 8) | static_cast<uint32_t>(p[3]);
 }
 
-inline uint64_t LoadBe64(const uint8_t* p) {
-  return (static_cast<uint64_t>(LoadBe32(p)) << 32) | LoadBe32(p + 4);
-}
+inline uint64_t LoadBe64(const uint8_t* p) { return (static_cast<uint64_t>(LoadBe32(p)) << 32) | LoadBe32(p + 4); }
 
 }  // namespace tolvarcli
 

@@ -40,9 +40,9 @@ class Qcow2ClusterMap {
 
  private:
   uint64_t clusterSize_;
-  uint64_t entriesPerTable_;                             // cluster size / 8
-  uint64_t guestClusters_;                               // clusters of the virtual disk
-  std::map<uint64_t, std::vector<uint64_t>> tables_;     // L1 index → that L2 table's entries
+  uint64_t entriesPerTable_;                          // cluster size / 8
+  uint64_t guestClusters_;                            // clusters of the virtual disk
+  std::map<uint64_t, std::vector<uint64_t>> tables_;  // L1 index → that L2 table's entries
 };
 
 }  // namespace tolvarcli

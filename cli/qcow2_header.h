@@ -13,8 +13,8 @@ namespace tolvarcli {
 struct Qcow2Header {
   static constexpr uint8_t kMagic[4] = {'Q', 'F', 'I', 0xFB};
   static constexpr uint32_t kVersion = 3;
-  static constexpr uint32_t kLength = 104;        // the version 3 header, no optional fields
-  static constexpr uint32_t kRefcountOrder = 4;   // 16-bit refcounts
+  static constexpr uint32_t kLength = 104;       // the version 3 header, no optional fields
+  static constexpr uint32_t kRefcountOrder = 4;  // 16-bit refcounts
   static constexpr uint32_t kNoEncryption = 0;
   // Offsets of the fields within the header.
   static constexpr uint64_t kMagicOffset = 0;                   // 4 bytes "QFI\xfb"

@@ -37,11 +37,11 @@ class Qcow2ImageWriter : public ImageWriter {
   static bool IsClusterSize(uint64_t size);
 
  private:
-  OutputFile out_;                         // the target
-  Qcow2Header header_;                     // filled in at Commit
-  uint64_t clusterSize_;                   // bytes per cluster
-  std::unique_ptr<Qcow2ClusterMap> map_;   // made by Open
-  uint64_t nextHost_ = 0;                  // where the next data cluster goes
+  OutputFile out_;                        // the target
+  Qcow2Header header_;                    // filled in at Commit
+  uint64_t clusterSize_;                  // bytes per cluster
+  std::unique_ptr<Qcow2ClusterMap> map_;  // made by Open
+  uint64_t nextHost_ = 0;                 // where the next data cluster goes
 };
 
 }  // namespace tolvarcli

@@ -12,7 +12,7 @@ namespace tolvarcli {
 
 class Qcow2Refcounts {
  public:
-  static constexpr uint64_t kCountSize = 2;        // bytes per refcount (refcount order 4)
+  static constexpr uint64_t kCountSize = 2;       // bytes per refcount (refcount order 4)
   static constexpr uint64_t kTableEntrySize = 8;  // bytes per refcount table entry
   static constexpr uint16_t kUsedOnce = 1;
 
