@@ -10,6 +10,7 @@ enum ExitCode : int {
   kExitLibrary = 2,  // the library refused (a status other than success); its messages were printed
   kExitFile = 3,     // a file of the command's own could not be read or written
   kExitRefused = 4,  // apply: the increment is damaged or does not fit BASE; BASE untouched
+  kExitDiffers = 5,  // verify: the image differs from the shadow copy outside the store's files
 };
 
 }  // namespace tolvarcli

@@ -14,6 +14,7 @@
 #include "cli/export_command.h"
 #include "cli/filemap_command.h"
 #include "cli/list_command.h"
+#include "cli/verify_command.h"
 
 namespace {
 
@@ -27,13 +28,14 @@ const char kUsage[] =
     "  tolvar apply BASE INCREMENT\n"
     "  tolvar export VOLUME SNAPSHOT OUT [--format raw|qcow2] [--used-only]\n"
     "  tolvar filemap VOLUME FROM TO PATH [--block-size N] [--json]\n"
+    "  tolvar verify VOLUME SNAPSHOT IMAGE [--block-size N]\n"
     "FROM and TO are shadow copy IDs as 'tolvar list' prints them; N is a multiple\n"
     "of 4096 from 4096 to 131072 (default 65536), in bytes or with a K suffix.\n"
     "OUT of '-' is standard output; an existing device or FIFO is written in place.\n"
     "PATH is a file inside the volume, lower case, e.g. /documents/report.txt.\n"
     "exit codes: 0 done, 1 usage, 2 the library failed, 3 a file could not be\n"
     "read or written, 4 apply refused the increment (BASE untouched) or backup\n"
-    "refused BASE\n";
+    "refused BASE, 5 verify found blocks that differ\n";
 
 // One subcommand: its name, what it accepts and what runs it.
 struct Subcommand {
@@ -49,6 +51,7 @@ const Subcommand kSubcommands[] = {
     {"apply", tolvarcli::ApplyCommand::Grammar, tolvarcli::ApplyCommand::Run},
     {"export", tolvarcli::ExportCommand::Grammar, tolvarcli::ExportCommand::Run},
     {"filemap", tolvarcli::FilemapCommand::Grammar, tolvarcli::FilemapCommand::Run},
+    {"verify", tolvarcli::VerifyCommand::Grammar, tolvarcli::VerifyCommand::Run},
 };
 
 }  // namespace

@@ -10,6 +10,7 @@ and on the Windows 10 volume of the shared test data.
     check_cli.py --cli TOLVAR --work DIR export --tool MKVSSIMAGE --scenario NAME
     check_cli.py --cli TOLVAR --work DIR special-outputs --tool MKVSSIMAGE
     check_cli.py --cli TOLVAR --work DIR qcow2-chain --tool MKVSSIMAGE --scenario NAME
+    check_cli.py --cli TOLVAR --work DIR verify --tool MKVSSIMAGE --scenario NAME
     check_cli.py --cli TOLVAR --work DIR windows-export --disk NTFS_RAW --extract EXTRACT_PARTITION
 
 Exits 77 when the image builder cannot make images here (no FUSE), the
@@ -618,6 +619,84 @@ def check_qcow2_chain(arguments):
     print("a BASE of the wrong size, a missing BASE and mismatched options are refused")
 
 
+def verify_report(text):
+    """verify's report as {label: value}."""
+    report = {}
+    for line in text.splitlines():
+        report[line[:20].strip()] = line[20:].strip()
+    return report
+
+
+def check_verify(arguments):
+    """verify passes on every export and on images restored through a qcow2
+    chain and through .tvi increments, and fails, naming the block, on an
+    export with one byte flipped in a cluster the file system uses."""
+    if shutil.which("qemu-img") is None:
+        print("SKIP: qemu-img (qemu-utils) is missing")
+        sys.exit(SKIP)
+    prefix, manifest = build_image(arguments, arguments.scenario)
+    image = prefix + ".img"
+    snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
+    exported = prefix + ".export.raw"
+    for order, snapshot in enumerate(snapshots, 1):
+        identifier = snapshot["shadow_copy_id"]
+        expect(arguments, 0, None, [], "export", image, identifier, exported)
+        _, text, _ = expect(arguments, 0, None, [], "verify", image, identifier, exported)
+        report = verify_report(text)
+        if report["differing blocks"] != "0" or not report["store-file blocks"].startswith("0 ") or \
+                not report["free-cluster blocks"].startswith("0 "):
+            raise Failure("snapshot %d: verify of its own export: %r" % (order, report))
+    # One byte flipped in the MFT's first cluster (in use, not a store file).
+    with open(exported, "r+b") as handle:
+        handle.seek(0x30)
+        mft = int.from_bytes(handle.read(8), "little") * manifest["cluster_size"]
+        handle.seek(mft + 100)
+        byte = handle.read(1)[0]
+        handle.seek(mft + 100)
+        handle.write(bytes([byte ^ 0xFF]))
+    block = (mft + 100) // 65536
+    _, text, _ = expect(arguments, 5, None, [], "verify", image, snapshots[-1]["shadow_copy_id"], exported)
+    report = verify_report(text)
+    if report["differing blocks"] != "1" or report["differing ranges"] != str(block):
+        raise Failure("verify of an export with a flipped byte in block %d: %r" % (block, report))
+    _, text, _ = expect(arguments, 5, None, [], "verify", image, snapshots[-1]["shadow_copy_id"], exported,
+                        "--block-size", "4K")
+    if verify_report(text)["differing ranges"] != str((mft + 100) // 4096):
+        raise Failure("verify --block-size 4K of an export with a flipped byte: %r" % text)
+    # An image of another size.
+    with open(exported, "r+b") as handle:
+        handle.truncate(manifest["volume_size"] - 4096)
+    expect(arguments, 5, [], ["tolvar: %s is %d bytes, shadow copy %s is %d bytes"
+                              % (exported, manifest["volume_size"] - 4096, snapshots[-1]["shadow_copy_id"],
+                                 manifest["volume_size"])],
+           "verify", image, snapshots[-1]["shadow_copy_id"], exported)
+    # Restored images: the oldest export brought forward through a qcow2
+    # chain (read by qemu-img) and through .tvi increments applied in turn.
+    first = snapshots[0]["shadow_copy_id"]
+    base = prefix + ".base.raw"
+    restored = prefix + ".restored.raw"
+    expect(arguments, 0, None, [], "export", image, first, base)
+    shutil.copyfile(base, restored)
+    top = base
+    for newer in range(1, len(snapshots)):
+        older_id, newer_id = snapshots[newer - 1]["shadow_copy_id"], snapshots[newer]["shadow_copy_id"]
+        overlay = "%s.overlay%d.qcow2" % (prefix, newer + 1)
+        expect(arguments, 0, None, [], "backup", image, older_id, newer_id, overlay, "--format", "qcow2", "--base", top)
+        top = overlay
+        increment = prefix + ".increment"
+        expect(arguments, 0, None, [], "backup", image, older_id, newer_id, increment)
+        expect(arguments, 0, None, [], "apply", restored, increment)
+        converted = prefix + ".converted.raw"
+        qemu_img("convert", "-O", "raw", overlay, converted)
+        for label, path in (("qcow2 chain", converted), (".tvi increments", restored)):
+            _, text, _ = expect(arguments, 0, None, [], "verify", image, newer_id, path)
+            report = verify_report(text)
+            print("snapshot %d restored through %s: %s store-file blocks, %s free-cluster blocks"
+                  % (newer + 1, label, report["store-file blocks"].split()[0],
+                     report["free-cluster blocks"].split()[0]))
+    print("verify passes on exports and restored images and names the block of a flipped byte (%d)" % block)
+
+
 def node_identity(path):
     status = os.lstat(path)
     return stat.S_IFMT(status.st_mode), status.st_rdev, status.st_ino
@@ -703,7 +782,7 @@ def main():
     roundtrip.add_argument("--scenario", required=True)
     for name in ("refusals", "failures", "special-outputs"):
         commands.add_parser(name).add_argument("--tool", required=True)
-    for name in ("export", "qcow2-chain"):
+    for name in ("export", "qcow2-chain", "verify"):
         scenario = commands.add_parser(name)
         scenario.add_argument("--tool", required=True)
         scenario.add_argument("--scenario", required=True)
@@ -717,7 +796,8 @@ def main():
     arguments = parser.parse_args()
     checks = {"roundtrip": check_roundtrip, "refusals": check_refusals, "failures": check_failures,
               "windows-list": check_windows_list, "files": check_files, "export": check_export,
-              "special-outputs": check_special_outputs, "qcow2-chain": check_qcow2_chain, "windows-export": check_windows_export}
+              "special-outputs": check_special_outputs, "qcow2-chain": check_qcow2_chain,
+              "verify": check_verify, "windows-export": check_windows_export}
     try:
         checks[arguments.check](arguments)
     except Failure as failure:
