@@ -47,6 +47,17 @@ typedef void* TolvarHandle;
  * hexadecimal characters with hyphens and no braces. blockSize is a
  * multiple of 4096 from 4096 to 131072; flags holds TOLVAR_OPTION_* bits.
  * Returns TOLVAR_OK and *handle_out, or TOLVAR_E_FAILED.
+ *
+ * volume on Windows: a volume device path such as "\\.\C:". On Linux: the
+ * path of a volume image, a whole-disk image or a block device, optionally
+ * followed by a suffix that picks the volume inside it:
+ *   "PATH@partition=N"   partition N (from 1: MBR primaries 1-4 by slot,
+ *                        logical partitions from 5, GPT entries by slot)
+ *   "PATH@offset=BYTES"  the NTFS volume BYTES (decimal) bytes into PATH
+ * A volume string that names an existing file is that file, suffix or not.
+ * A whole disk with a partition table needs a suffix. The image is only
+ * read. When the volume cannot be picked, the error queue says why in one
+ * record of code 1 before "Can't open volume %s".
  */
 int32_t Init(TolvarHandle* handle_out, const char* volume, const char* fromSnapshotId, const char* toSnapshotId,
              uint64_t blockSize, uint32_t flags);

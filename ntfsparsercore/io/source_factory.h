@@ -14,8 +14,10 @@ class SourceFactory {
  public:
   virtual ~SourceFactory() = default;
 
-  // A new SystemFile over path, or null (with "Open file(%s) failed - %d."
-  // on the error queue).
+  // A new source over the volume that path names (image_opener.h: on
+  // Windows a SystemFile, on Linux also a volume inside a disk image), or
+  // null with the reason on the error queue ("Open file(%s) failed - %d."
+  // when the file does not open).
   virtual std::unique_ptr<ISource> Open(const char* path);
 
   // A new CacheProxy in front of source, which it shares. Null when source

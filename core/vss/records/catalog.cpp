@@ -20,6 +20,8 @@ SnapshotDefinition SnapshotDefinition::FromBytes(const uint8_t* body) {
   definition.volumeSize = LoadLe64(body + format::kDefinitionVolumeSize);
   definition.storeIdentifier = Guid::FromBytes(body + format::kDefinitionStoreIdentifier);
   definition.creationOrder = LoadLe64(body + format::kDefinitionCreationOrder);
+  definition.flags = LoadLe64(body + format::kDefinitionFlags);
+  definition.creationTime = LoadLe64(body + format::kDefinitionCreationTime);
   return definition;
 }
 
