@@ -17,6 +17,7 @@
 #include "cli/qcow2_image_writer.h"
 #include "cli/zero_bytes.h"
 #include "cli/tracking_session.h"
+#include "cli/volume_selection.h"
 #include "tolvar/tolvar.h"
 
 namespace tolvarcli {
@@ -118,11 +119,12 @@ bool CheckFormat(const CommandLine& arguments, const std::string& format, uint64
 }  // namespace
 
 CommandLine::Grammar BackupCommand::Grammar() {
-  return {4, {"--compare", "--extra-pass"}, {"--block-size", "--exclude", "--format", "--base"}};
+  return VolumeSelection::WithOptions(
+      {4, {"--compare", "--extra-pass"}, {"--block-size", "--exclude", "--format", "--base"}});
 }
 
 int BackupCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
+  std::string volume;
   const std::string& from = arguments.Positional(1);
   const std::string& to = arguments.Positional(2);
   const std::string& out = arguments.Positional(3);
@@ -131,6 +133,8 @@ int BackupCommand::Run(const CommandLine& arguments) {
   uint64_t blockSize = 0;
   if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
   if (!CheckFormat(arguments, format, blockSize)) return kExitUsage;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
   ImageProbe backing;
   std::unique_ptr<Qcow2ImageWriter> overlay;
   if (format == "qcow2") {

@@ -7,6 +7,7 @@
 #include "cli/json_text.h"
 #include "cli/output_file.h"
 #include "cli/tracking_session.h"
+#include "cli/volume_selection.h"
 
 namespace tolvarcli {
 
@@ -31,15 +32,17 @@ uint64_t ChangedBytes(const std::vector<uint8_t>& bitmap, uint64_t blockSize, ui
 }  // namespace
 
 CommandLine::Grammar DiffCommand::Grammar() {
-  return {3, {"--extra-pass", "--json"}, {"--block-size", "--bitmap-out", "--exclude"}};
+  return VolumeSelection::WithOptions({3, {"--extra-pass", "--json"}, {"--block-size", "--bitmap-out", "--exclude"}});
 }
 
 int DiffCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
+  std::string volume;
   const std::string& from = arguments.Positional(1);
   const std::string& to = arguments.Positional(2);
   uint64_t blockSize = 0;
   if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
   TrackingSession session;
   std::vector<uint8_t> bitmap;
   if (!session.OpenChangedBlocks(volume, from, to, blockSize, arguments.Has("--extra-pass"),

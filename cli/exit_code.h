@@ -11,6 +11,7 @@ enum ExitCode : int {
   kExitFile = 3,     // a file of the command's own could not be read or written
   kExitRefused = 4,  // apply: the increment is damaged or does not fit BASE; BASE untouched
   kExitDiffers = 5,  // verify: the image differs from the shadow copy outside the store's files
+  kExitVolume = 6,   // the image, or the volume named in it, cannot be opened or holds no shadow-copy store
 };
 
 }  // namespace tolvarcli

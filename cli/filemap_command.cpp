@@ -10,6 +10,7 @@
 #include "cli/exit_code.h"
 #include "cli/json_text.h"
 #include "cli/tracking_session.h"
+#include "cli/volume_selection.h"
 
 namespace tolvarcli {
 
@@ -19,15 +20,19 @@ constexpr uint64_t kDefaultBlockSize = 65536;
 
 }  // namespace
 
-CommandLine::Grammar FilemapCommand::Grammar() { return {4, {"--json"}, {"--block-size"}}; }
+CommandLine::Grammar FilemapCommand::Grammar() {
+  return VolumeSelection::WithOptions({4, {"--json"}, {"--block-size"}});
+}
 
 int FilemapCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
+  std::string volume;
   const std::string& from = arguments.Positional(1);
   const std::string& to = arguments.Positional(2);
   const std::string& path = arguments.Positional(3);
   uint64_t blockSize = 0;
   if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
   TrackingSession session;
   if (session.Open(volume, from, to, blockSize, false) != 0) return kExitLibrary;
   std::vector<uint8_t> map;
