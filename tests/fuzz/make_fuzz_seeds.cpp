@@ -32,6 +32,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -53,6 +54,8 @@
 #include "tests/fuzz/partition_file_source.h"
 #include "tests/fuzz/recording_source.h"
 #include "tests/fuzz/sparse_volume_input.h"
+#include "ntfsparsercore/io/crc32.h"
+#include "ntfsparsercore/io/little_endian.h"
 
 using tolvarcommon::CreateErrorQueue;
 using tolvarcommon::DestroyErrorQueue;
@@ -540,11 +543,61 @@ void FileChangesImages(const std::string& dir, const std::string& olderPath, con
             *newerTouched));
 }
 
+// Partition tables: an MBR whose extended partition holds two logical
+// partitions, one of them with an NTFS boot sector, and a GPT disk with two
+// entries, checksums right.
+void PartitionTables(const std::string& dir) {
+  constexpr uint64_t kSector = 512;
+  auto signature = [](std::vector<uint8_t>& disk, uint64_t sector) {
+    disk[sector * kSector + 510] = 0x55;
+    disk[sector * kSector + 511] = 0xAA;
+  };
+  auto entry = [&](std::vector<uint8_t>& disk, uint64_t sector, int slot, uint8_t type, uint32_t first,
+                   uint32_t count) {
+    uint8_t* bytes = disk.data() + sector * kSector + 446 + slot * 16;
+    bytes[4] = type;
+    ntfsparsercore::io::StoreLe32(bytes + 8, first);
+    ntfsparsercore::io::StoreLe32(bytes + 12, count);
+    signature(disk, sector);
+  };
+  std::vector<uint8_t> mbr(64 * kSector);
+  entry(mbr, 0, 0, 0x07, 2, 8);
+  entry(mbr, 0, 1, 0x05, 16, 48);
+  entry(mbr, 16, 0, 0x07, 2, 8);
+  entry(mbr, 16, 1, 0x05, 16, 16);
+  entry(mbr, 32, 0, 0x83, 2, 8);
+  std::memcpy(mbr.data() + 18 * kSector + 3, "NTFS    ", 8);
+  signature(mbr, 18);
+  Write(dir + "/mbr-logical", mbr);
+
+  std::vector<uint8_t> gpt(64 * kSector);
+  entry(gpt, 0, 0, 0xEE, 1, 63);
+  uint8_t* array = gpt.data() + 2 * kSector;
+  for (int slot = 0; slot < 2; ++slot) {
+    uint8_t* bytes = array + slot * 128;
+    bytes[0] = 0xA2;  // any non-zero type
+    ntfsparsercore::io::StoreLe64(bytes + 32, 40 + slot * 10);
+    ntfsparsercore::io::StoreLe64(bytes + 40, 49 + slot * 10);
+  }
+  uint8_t* header = gpt.data() + kSector;
+  std::memcpy(header, "EFI PART", 8);
+  ntfsparsercore::io::StoreLe32(header + 12, 92);
+  ntfsparsercore::io::StoreLe64(header + 72, 2);
+  ntfsparsercore::io::StoreLe32(header + 80, 16);
+  ntfsparsercore::io::StoreLe32(header + 84, 128);
+  ntfsparsercore::io::StoreLe32(header + 88, ntfsparsercore::io::Crc32(array, 16 * 128));
+  ntfsparsercore::io::StoreLe32(header + 16, ntfsparsercore::io::Crc32(header, 92));
+  std::memcpy(gpt.data() + 40 * kSector + 3, "NTFS    ", 8);
+  signature(gpt, 40);
+  Write(dir + "/gpt-two", gpt);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::cerr << "usage: make_fuzz_seeds store|store-volume|ntfs|ntfs-records|lznt1|file-changes|store-files DIR "
+    std::cerr << "usage: make_fuzz_seeds "
+                 "store|store-volume|ntfs|ntfs-records|lznt1|file-changes|store-files|partition-tables DIR "
                  "[IMAGE START LENGTH]...\n"
                  "       make_fuzz_seeds store-image|store-volume-image|store-files-image DIR IMAGE\n"
                  "       make_fuzz_seeds file-changes-images DIR OLDER NEWER\n";
@@ -565,6 +618,8 @@ int main(int argc, char** argv) {
     FileVersions(dir);
   } else if (kind == "store-files") {
     StoreFileVersions(dir);
+  } else if (kind == "partition-tables") {
+    PartitionTables(dir);
   } else if (kind == "store-image" && argc == 4) {
     StoreImage(dir, argv[3]);
   } else if (kind == "store-volume-image" && argc == 4) {
