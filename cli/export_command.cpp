@@ -18,6 +18,7 @@
 #include "cli/raw_image_writer.h"
 #include "cli/snapshot_reader.h"
 #include "cli/used_clusters.h"
+#include "cli/volume_selection.h"
 #include "cli/zero_bytes.h"
 
 namespace tolvarcli {
@@ -86,10 +87,11 @@ int CopyView(SnapshotReader& snapshot, const UsedClusters* used, ImageWriter* wr
 
 }  // namespace
 
-CommandLine::Grammar ExportCommand::Grammar() { return {3, {"--used-only"}, {"--format"}}; }
+CommandLine::Grammar ExportCommand::Grammar() {
+  return VolumeSelection::WithOptions({3, {"--used-only"}, {"--format"}});
+}
 
 int ExportCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
   const std::string& shadowCopy = arguments.Positional(1);
   const std::string& out = arguments.Positional(2);
   const std::string format = arguments.Value("--format", "raw");
@@ -98,6 +100,9 @@ int ExportCommand::Run(const CommandLine& arguments) {
     std::fprintf(stderr, "tolvar export: unknown format '%s' (raw or qcow2)\n", format.c_str());
     return kExitUsage;
   }
+  std::string volume;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
 
   if (!writer->Fits()) {
     std::fprintf(stderr, "tolvar export: %s output needs a regular file or a block device, not %s\n", format.c_str(),

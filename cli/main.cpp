@@ -33,9 +33,14 @@ const char kUsage[] =
     "of 4096 from 4096 to 131072 (default 65536), in bytes or with a K suffix.\n"
     "OUT of '-' is standard output; an existing device or FIFO is written in place.\n"
     "PATH is a file inside the volume, lower case, e.g. /documents/report.txt.\n"
+    "VOLUME is a volume or a whole disk; every command that takes one also takes\n"
+    "--partition N (from 1, as fdisk numbers them) or --offset BYTES, and on Linux\n"
+    "the names VOLUME@partition=N and VOLUME@offset=BYTES. A whole disk without\n"
+    "either is narrowed to its one NTFS partition with shadow copies.\n"
     "exit codes: 0 done, 1 usage, 2 the library failed, 3 a file could not be\n"
     "read or written, 4 apply refused the increment (BASE untouched) or backup\n"
-    "refused BASE, 5 verify found blocks that differ\n";
+    "refused BASE, 5 verify found blocks that differ, 6 the image or the volume\n"
+    "in it cannot be used (one line says why)\n";
 
 // One subcommand: its name, what it accepts and what runs it.
 struct Subcommand {
