@@ -4,9 +4,7 @@
 namespace ntfsparsercore {
 namespace io {
 
-std::unique_ptr<ISource> ContainerOpener::Open(const std::string& path) {
-  return SystemFile::Open(path.c_str());
-}
+std::unique_ptr<ISource> ContainerOpener::Open(const std::string& path) { return SystemFile::Open(path.c_str()); }
 
 }  // namespace io
 }  // namespace ntfsparsercore

@@ -12,9 +12,7 @@ VolumeName ImageOpener::ParseName(const std::string& name) {
   return parsed;
 }
 
-std::unique_ptr<ISource> ImageOpener::OpenContainer(const std::string& path) {
-  return SystemFile::Open(path.c_str());
-}
+std::unique_ptr<ISource> ImageOpener::OpenContainer(const std::string& path) { return SystemFile::Open(path.c_str()); }
 
 std::unique_ptr<ISource> ImageOpener::OpenVolume(const std::string& name) { return OpenContainer(name); }
 

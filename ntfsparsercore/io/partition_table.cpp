@@ -28,19 +28,19 @@ constexpr uint8_t kTypeGptProtective = 0xEE;
 // The GPT header, at sector 1.
 constexpr uint64_t kGptHeaderOffset = 512;
 constexpr char kGptSignature[] = "EFI PART";
-constexpr uint64_t kGptHeaderSize = 12;       // 32-bit: bytes covered by the header CRC
-constexpr uint64_t kGptHeaderCrc = 16;        // 32-bit, computed with itself zeroed
-constexpr uint64_t kGptEntriesLba = 72;       // 64-bit
-constexpr uint64_t kGptEntryCount = 80;       // 32-bit
-constexpr uint64_t kGptEntrySize = 84;        // 32-bit
-constexpr uint64_t kGptEntriesCrc = 88;       // 32-bit
+constexpr uint64_t kGptHeaderSize = 12;  // 32-bit: bytes covered by the header CRC
+constexpr uint64_t kGptHeaderCrc = 16;   // 32-bit, computed with itself zeroed
+constexpr uint64_t kGptEntriesLba = 72;  // 64-bit
+constexpr uint64_t kGptEntryCount = 80;  // 32-bit
+constexpr uint64_t kGptEntrySize = 84;   // 32-bit
+constexpr uint64_t kGptEntriesCrc = 88;  // 32-bit
 constexpr uint32_t kGptSmallestHeader = 92;
 constexpr uint32_t kGptSmallestEntry = 128;
 constexpr uint64_t kMostGptEntryBytes = 1u << 20;  // bounds the array read for a damaged header
 // One GPT entry.
-constexpr uint64_t kGptEntryType = 0;        // type GUID, all zero for an unused slot
-constexpr uint64_t kGptEntryFirstLba = 32;   // 64-bit
-constexpr uint64_t kGptEntryLastLba = 40;    // 64-bit, inclusive
+constexpr uint64_t kGptEntryType = 0;       // type GUID, all zero for an unused slot
+constexpr uint64_t kGptEntryFirstLba = 32;  // 64-bit
+constexpr uint64_t kGptEntryLastLba = 40;   // 64-bit, inclusive
 
 bool IsExtendedType(uint8_t type) { return type == 0x05 || type == 0x0F || type == 0x85; }
 

@@ -50,8 +50,8 @@ class PartitionTable {
   const Partition* Find(uint32_t number) const;
 
   Scheme scheme = Scheme::kNone;
-  uint64_t diskSize = 0;               // bytes
-  std::vector<Partition> partitions;   // by number
+  uint64_t diskSize = 0;              // bytes
+  std::vector<Partition> partitions;  // by number
 
  private:
   bool ReadMbr(ISource& disk, const uint8_t* sector, std::string* error);

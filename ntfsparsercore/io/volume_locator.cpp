@@ -92,7 +92,8 @@ std::unique_ptr<ISource> VolumeLocator::Partition(const std::shared_ptr<ISource>
   const unsigned long long wanted = Wide(number);
   const io::Partition* partition = number <= UINT32_MAX ? table.Find(static_cast<uint32_t>(number)) : nullptr;
   if (table.scheme == PartitionTable::Scheme::kNone) {
-    ReportError(kErrorIo, "%s: partition %llu does not exist: the image holds no partition table", path.c_str(), wanted);
+    ReportError(kErrorIo, "%s: partition %llu does not exist: the image holds no partition table", path.c_str(),
+                wanted);
     return nullptr;
   }
   if (partition == nullptr) {

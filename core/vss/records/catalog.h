@@ -20,8 +20,8 @@ struct SnapshotDefinition {
   uint64_t volumeSize = 0;
   Guid storeIdentifier;
   uint64_t creationOrder = 0;  // sort key, ascending
-  uint64_t flags = 0;         // as the store records them (0x40, 0x140 seen)
-  uint64_t creationTime = 0;  // FILETIME: 100 ns since 1601-01-01 UTC
+  uint64_t flags = 0;          // as the store records them (0x40, 0x140 seen)
+  uint64_t creationTime = 0;   // FILETIME: 100 ns since 1601-01-01 UTC
 
   static SnapshotDefinition FromBytes(const uint8_t* body);
 };

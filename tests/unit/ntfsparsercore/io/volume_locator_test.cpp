@@ -94,31 +94,32 @@ TEST_F(VolumeLocatorTest, APartitionThatDoesNotExistIsNamedWithTheOnesThatDo) {
 
 TEST_F(VolumeLocatorTest, APartitionWithoutNtfsIsRefused) {
   EXPECT_EQ(VolumeLocator::Locate(Disk(), Name(VolumeName::Pick::kPartition, 2)), nullptr);
-  EXPECT_EQ(DrainErrors(), (std::vector<tolvarcommon::ErrorRecord>{
-                               Record(1, "disk.img: partition 2 (type 0x83) holds no NTFS volume")}));
+  EXPECT_EQ(
+      DrainErrors(),
+      (std::vector<tolvarcommon::ErrorRecord>{Record(1, "disk.img: partition 2 (type 0x83) holds no NTFS volume")}));
 }
 
 TEST_F(VolumeLocatorTest, APartitionPastTheEndOfTheImageIsRefused) {
   EXPECT_EQ(VolumeLocator::Locate(Disk(), Name(VolumeName::Pick::kPartition, 3)), nullptr);
   EXPECT_EQ(DrainErrors(),
-            (std::vector<tolvarcommon::ErrorRecord>{Record(
-                1, "disk.img: partition 3 ends at byte 1343488, past the end of the image (1048576 bytes)")}));
+            (std::vector<tolvarcommon::ErrorRecord>{
+                Record(1, "disk.img: partition 3 ends at byte 1343488, past the end of the image (1048576 bytes)")}));
 }
 
 TEST_F(VolumeLocatorTest, AnOffsetWithoutNtfsIsRefused) {
   EXPECT_EQ(VolumeLocator::Locate(Disk(), Name(VolumeName::Pick::kOffset, 4096)), nullptr);
   EXPECT_EQ(VolumeLocator::Locate(Disk(), Name(VolumeName::Pick::kOffset, 1048576)), nullptr);
-  EXPECT_EQ(DrainErrors(),
-            (std::vector<tolvarcommon::ErrorRecord>{
-                Record(1, "disk.img: no NTFS volume starts at byte offset 4096"),
-                Record(1, "disk.img: offset 1048576 is past the end of the image (1048576 bytes)")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<tolvarcommon::ErrorRecord>{
+                               Record(1, "disk.img: no NTFS volume starts at byte offset 4096"),
+                               Record(1, "disk.img: offset 1048576 is past the end of the image (1048576 bytes)")}));
 }
 
 TEST_F(VolumeLocatorTest, AWholeDiskNamedWithoutPickSaysHowToNameAVolume) {
   EXPECT_EQ(VolumeLocator::Locate(Disk(), Name(VolumeName::Pick::kWhole, 0)), nullptr);
   EXPECT_EQ(DrainErrors(), (std::vector<tolvarcommon::ErrorRecord>{
-                               Record(1, "disk.img is a whole disk (MBR; NTFS in partition 1): name a volume as "
-                                         "disk.img@partition=N or disk.img@offset=BYTES")}));
+                               Record(1,
+                                      "disk.img is a whole disk (MBR; NTFS in partition 1): name a volume as "
+                                      "disk.img@partition=N or disk.img@offset=BYTES")}));
 }
 
 TEST_F(VolumeLocatorTest, AnImageWithoutPartitionTableIsTheVolume) {
@@ -127,8 +128,8 @@ TEST_F(VolumeLocatorTest, AnImageWithoutPartitionTableIsTheVolume) {
   ASSERT_NE(volume, nullptr);
   EXPECT_EQ(volume->GetSize(), 4096u);
   EXPECT_EQ(VolumeLocator::Locate(image, Name(VolumeName::Pick::kPartition, 1)), nullptr);
-  EXPECT_EQ(DrainErrors(), (std::vector<tolvarcommon::ErrorRecord>{Record(
-                               1, "disk.img: partition 1 does not exist: the image holds no partition table")}));
+  EXPECT_EQ(DrainErrors(), (std::vector<tolvarcommon::ErrorRecord>{
+                               Record(1, "disk.img: partition 1 does not exist: the image holds no partition table")}));
 }
 
 TEST_F(VolumeLocatorTest, ADamagedTableIsNamedWhenAPartitionIsPicked) {
@@ -137,9 +138,10 @@ TEST_F(VolumeLocatorTest, ADamagedTableIsNamedWhenAPartitionIsPicked) {
   EXPECT_EQ(VolumeLocator::Locate(std::make_shared<MemorySource>(disk), Name(VolumeName::Pick::kPartition, 5)),
             nullptr);
   EXPECT_EQ(DrainErrors(),
-            (std::vector<tolvarcommon::ErrorRecord>{Record(
-                1, "disk.img: damaged partition table: the extended boot record at byte 32768 has no 0x55AA "
-                   "signature")}));
+            (std::vector<tolvarcommon::ErrorRecord>{
+                Record(1,
+                       "disk.img: damaged partition table: the extended boot record at byte 32768 has no 0x55AA "
+                       "signature")}));
 }
 
 }  // namespace
