@@ -21,6 +21,7 @@
 #include "cli/snapshot_reader.h"
 #include "cli/store_file_ranges.h"
 #include "cli/used_clusters.h"
+#include "cli/volume_selection.h"
 #include "ntfsparsercore/io/source_factory.h"
 
 namespace tolvarcli {
@@ -107,14 +108,16 @@ int Compare(SnapshotReader& snapshot, ntfsparsercore::io::ISource& image, const 
 
 }  // namespace
 
-CommandLine::Grammar VerifyCommand::Grammar() { return {3, {}, {"--block-size"}}; }
+CommandLine::Grammar VerifyCommand::Grammar() { return VolumeSelection::WithOptions({3, {}, {"--block-size"}}); }
 
 int VerifyCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
   const std::string& shadowCopy = arguments.Positional(1);
   const std::string& imagePath = arguments.Positional(2);
   uint64_t blockSize = 0;
   if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
+  std::string volume;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
 
   SnapshotReader snapshot;
   if (!snapshot.Open(volume, shadowCopy)) return kExitLibrary;

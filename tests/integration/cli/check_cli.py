@@ -201,7 +201,7 @@ def check_failures(arguments):
     if not err.startswith("tolvar diff: unknown option --include\n"):
         raise Failure("unknown option: %r" % err)
     expect(arguments, 1, [], None, "backup", image, older, newer, out, "--block-size", "64x")
-    expect(arguments, 5, [], ["tolvar: error 1: Open file(%s) failed - 2." % missing], "diff", missing, older, newer)
+    expect(arguments, 6, [], ["tolvar: error 1: Open file(%s) failed - 2." % missing], "diff", missing, older, newer)
     expect(arguments, 2, [], ["tolvar: error 13: Failed build snapshot sequence. Start snapshot not find",
                               "tolvar: error 12: Failed to get snapshot sequence",
                               "tolvar: Init returned -2"], "diff", image, older.upper(), newer)
@@ -216,18 +216,18 @@ def check_failures(arguments):
         raise Failure("a failed backup left a file behind")
     expect(arguments, 3, [], ["tolvar: cannot write %s" % os.path.join(arguments.work, "no-dir", "x.partial")],
            "backup", image, older, newer, os.path.join(arguments.work, "no-dir", "x"))
-    expect(arguments, 5, [], ["tolvar: error 1: Open file(%s) failed - 2." % missing], "list", missing)
+    expect(arguments, 6, [], ["tolvar: error 1: Open file(%s) failed - 2." % missing], "list", missing)
     blank = os.path.join(arguments.work, "blank.img")
     with open(blank, "wb") as handle:
         handle.truncate(1 << 20)
-    expect(arguments, 5, [], ["tolvar: %s holds neither an NTFS volume nor a partition table" % blank], "list", blank)
+    expect(arguments, 6, [], ["tolvar: %s holds neither an NTFS volume nor a partition table" % blank], "list", blank)
     # An NTFS volume without a store.
     plain = os.path.join(arguments.work, "plain.ntfs")
     with open(plain, "wb") as handle:
         handle.truncate(16 << 20)
     run(["mkntfs", "-F", "-Q", "-q", "-T", plain])
-    expect(arguments, 5, [], ["tolvar: %s: the volume holds no shadow-copy store" % plain], "list", plain)
-    expect(arguments, 5, [], ["tolvar: %s: the volume holds no shadow-copy store" % plain],
+    expect(arguments, 6, [], ["tolvar: %s: the volume holds no shadow-copy store" % plain], "list", plain)
+    expect(arguments, 6, [], ["tolvar: %s: the volume holds no shadow-copy store" % plain],
            "backup", plain, older, newer, out)
     # A successful diff and its JSON agree with the bitmap written beside them.
     bitmap = os.path.join(arguments.work, "bitmap.bin")

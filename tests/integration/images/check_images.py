@@ -155,12 +155,12 @@ def check_windows_disk(arguments):
     check_against_vshadowinfo(disk, WINDOWS_OFFSET, copies)
     _, table, _ = expect(arguments, 0, None, [], "list", disk)
     print(table, end="")
-    # Wrong picks: one line naming the problem, exit 5.
-    expect(arguments, 5, [], ["tolvar: error 1: %s: partition 2 does not exist: the MBR disk has partition 1" % disk],
+    # Wrong picks: one line naming the problem, exit 6.
+    expect(arguments, 6, [], ["tolvar: error 1: %s: partition 2 does not exist: the MBR disk has partition 1" % disk],
            "list", disk, "--partition", "2")
-    expect(arguments, 5, [], ["tolvar: error 1: %s: no NTFS volume starts at byte offset 4096" % disk],
+    expect(arguments, 6, [], ["tolvar: error 1: %s: no NTFS volume starts at byte offset 4096" % disk],
            "diff", disk, WINDOWS_OLDER, WINDOWS_NEWER, "--offset", "4096")
-    expect(arguments, 5, [], ["tolvar: error 1: %s: offset 99999999999999 is past the end of the image "
+    expect(arguments, 6, [], ["tolvar: error 1: %s: offset 99999999999999 is past the end of the image "
                               "(68719476736 bytes)" % disk], "list", disk + "@offset=99999999999999")
     expect(arguments, 1, [], ["tolvar: give either --partition or --offset, not both"],
            "list", disk, "--partition", "1", "--offset", "0")
@@ -288,7 +288,7 @@ def check_wrapped(arguments):
         compare_all(arguments, reference, [[disk], [disk, "--partition", str(number)],
                                            [disk, "--offset", str(offset)]], older, newer, path, arguments.work)
         if maker is make_gpt_disk:
-            expect(arguments, 5, [], ["tolvar: %s@partition=1: the volume holds no shadow-copy store" % disk],
+            expect(arguments, 6, [], ["tolvar: %s@partition=1: the volume holds no shadow-copy store" % disk],
                    "diff", disk, older, newer, "--partition", "1")
         os.remove(disk)
 
@@ -318,8 +318,8 @@ def check_damaged(arguments):
     bad_entries = damaged("bad-entries.disk", flip(2 * SECTOR + 40))
     for path, problem in ((bad_header, "the GPT header at byte 512 fails its CRC-32 check"),
                           (bad_entries, "the GPT entry array at byte 1024 fails its CRC-32 check")):
-        expect(arguments, 5, [], ["tolvar: %s: damaged partition table: %s" % (path, problem)], "list", path)
-        expect(arguments, 5, [], ["tolvar: error 1: %s: damaged partition table: %s" % (path, problem)],
+        expect(arguments, 6, [], ["tolvar: %s: damaged partition table: %s" % (path, problem)], "list", path)
+        expect(arguments, 6, [], ["tolvar: error 1: %s: damaged partition table: %s" % (path, problem)],
                "list", path, "--partition", "2")
         # The offset still reaches the volume without the table.
         expect(arguments, 0, None, [], "list", path, "--offset", str((2048 + (16 << 20) // SECTOR) * SECTOR))
@@ -329,11 +329,11 @@ def check_damaged(arguments):
     marks = [p["past_end"] for p in json.loads(text)["partitions"]]
     if marks != [False, True]:
         raise Failure("the cut disk lists past_end %r" % marks)
-    expect(arguments, 5, [], None, "list", cut, "--partition", "2")
+    expect(arguments, 6, [], None, "list", cut, "--partition", "2")
     _, _, err = tolvar(arguments, "list", cut, "--partition", "2")
     if "partition 2 ends at byte" not in err or "past the end of the image" not in err:
         raise Failure("the cut disk: %r" % err)
-    print("damaged partition tables: one line, exit 5, no crash")
+    print("damaged partition tables: one line, exit 6, no crash")
 
 
 def main():
