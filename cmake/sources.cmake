@@ -18,3 +18,6 @@ set(TOLVAR_EXPORT_SOURCES ${_tolvar_all})
 list(FILTER TOLVAR_EXPORT_SOURCES INCLUDE REGEX "_exports\\.cpp$")
 set(TOLVAR_CORE_SOURCES ${_tolvar_all})
 list(FILTER TOLVAR_CORE_SOURCES EXCLUDE REGEX "_exports\\.cpp$")
+
+# The disk-image containers (Linux only) are picked by cmake/containers.cmake.
+list(FILTER TOLVAR_CORE_SOURCES EXCLUDE REGEX "/ntfsparsercore/io/containers/")

@@ -11,7 +11,9 @@ windows-disk: the Windows 10 disk of the shared test data, by auto-selection,
 out. wrapped: an image-builder volume put into a logical partition of an MBR
 disk (sfdisk) and beside a plain NTFS volume on a GPT disk (sgdisk); mmls
 is the oracle for the partition tables. damaged: partition tables that are
-broken or reach past the end of the disk.
+broken or reach past the end of the disk, a missing EWF segment, a
+truncated qcow2. The containers are made with qemu-img convert (qcow2, VHD,
+VHDX, VMDK sparse, flat and split), ewfacquire (E01 in segments) and split.
 
 Exits 77 when the image builder cannot make images here (no FUSE) or the
 Windows disk image is absent."""
@@ -258,6 +260,41 @@ def make_gpt_disk(work, volume):
     return disk, 2, second * SECTOR
 
 
+def containers(work, disk):
+    """The disk converted into every container the libraries read: (label, the name to open)."""
+    stem = os.path.join(work, os.path.basename(disk))
+    made = []
+    for label, options, name in (("qcow2", ["-O", "qcow2"], stem + ".qcow2"),
+                                 ("qcow2 v2", ["-O", "qcow2", "-o", "compat=0.10"], stem + ".v2.qcow2"),
+                                 ("VHD", ["-O", "vpc"], stem + ".vhd"),
+                                 ("VHDX", ["-O", "vhdx"], stem + ".vhdx"),
+                                 ("VMDK monolithic sparse", ["-O", "vmdk", "-o", "subformat=monolithicSparse"],
+                                  stem + ".sparse.vmdk"),
+                                 ("VMDK monolithic flat", ["-O", "vmdk", "-o", "subformat=monolithicFlat"],
+                                  stem + ".flat.vmdk"),
+                                 ("VMDK split sparse", ["-O", "vmdk", "-o", "subformat=twoGbMaxExtentSparse"],
+                                  stem + ".split.vmdk")):
+        run(["qemu-img", "convert"] + options + [disk, name], check=True)
+        made.append((label, name))
+    # EWF in segments of 32 MiB, uncompressed so that the disk needs several.
+    ewf = stem + ".ewf"
+    run(["ewfacquire", "-u", "-q", "-c", "none", "-S", "32MiB", "-t", ewf, disk], check=True)
+    if not os.path.exists(ewf + ".E02"):
+        raise Failure("ewfacquire made one segment only; the split set is not tested")
+    made.append(("EWF E01 in segments", ewf + ".E01"))
+    # Split raw: NAME.001, NAME.002, ...
+    run(["split", "-b", "30M", "-d", "-a", "3", "--numeric-suffixes=1", disk, stem + ".raw."], check=True)
+    made.append(("split raw", stem + ".raw.001"))
+    return made
+
+
+def remove_containers(work, disk):
+    stem = os.path.basename(disk)
+    for name in os.listdir(work):
+        if name.startswith(stem + "."):
+            os.remove(os.path.join(work, name))
+
+
 def check_wrapped(arguments):
     volume, manifest = build_volume(arguments)
     snapshots = manifest["snapshots"]
@@ -290,6 +327,14 @@ def check_wrapped(arguments):
         if maker is make_gpt_disk:
             expect(arguments, 6, [], ["tolvar: %s@partition=1: the volume holds no shadow-copy store" % disk],
                    "diff", disk, older, newer, "--partition", "1")
+        for label, name in containers(arguments.work, disk):
+            _, text, _ = expect(arguments, 0, None, [], "list", name, "--json")
+            if [(p["number"], p["start"], p["length"]) for p in json.loads(text)["partitions"]] != \
+                    [(p["number"], p["start"], p["length"]) for p in listing["partitions"]]:
+                raise Failure("%s: the partition table differs from the plain disk's" % label)
+            compare_all(arguments, reference, [[name], [name, "--partition", str(number)]], older, newer, path,
+                        arguments.work)
+        remove_containers(arguments.work, disk)
         os.remove(disk)
 
 
@@ -333,7 +378,30 @@ def check_damaged(arguments):
     _, _, err = tolvar(arguments, "list", cut, "--partition", "2")
     if "partition 2 ends at byte" not in err or "past the end of the image" not in err:
         raise Failure("the cut disk: %r" % err)
-    print("damaged partition tables: one line, exit 6, no crash")
+    # Damaged containers: a missing EWF segment, a qcow2 cut inside its tables.
+    made = dict(containers(arguments.work, disk))
+    ewf = made["EWF E01 in segments"]
+    os.remove(ewf[:-4] + ".E02")
+    expect(arguments, 6, [], ["tolvar: error 1: %s: the EWF segment files are damaged or incomplete" % ewf],
+           "list", ewf)
+    expect(arguments, 6, [], ["tolvar: error 1: %s: the EWF segment files are damaged or incomplete" % ewf],
+           "diff", ewf, "a", "b", "--partition", "2")
+    qcow = made["qcow2"]
+    with open(qcow, "r+b") as handle:
+        handle.truncate(200000)
+    expect(arguments, 6, [], ["tolvar: error 1: %s: the disk inside the image cannot be read from its start: the "
+                              "image is truncated or damaged" % qcow], "list", qcow)
+    with open(qcow, "r+b") as handle:
+        handle.truncate(100)
+    _, _, err = expect(arguments, 6, [], None, "list", qcow)
+    if not err.startswith("tolvar: error 1: %s: cannot open the qcow image: " % qcow) or len(err.splitlines()) != 1:
+        raise Failure("a qcow2 cut inside its header: %r" % err)
+    # Not a disk image: said so.
+    packed = os.path.join(arguments.work, "disk.gz")
+    run(["sh", "-c", "head -c 65536 %s | gzip > %s" % (disk, packed)], check=True)
+    expect(arguments, 6, [], ["tolvar: error 1: %s: a gzip-compressed file, not a disk image: unpack it first" % packed],
+           "list", packed)
+    print("damaged partition tables and containers: one line, exit 6, no crash")
 
 
 def main():
