@@ -15,7 +15,9 @@ namespace io {
 
 namespace {
 
-std::string ErrorText(libqcow_error_t* error) { return LibyalErrorText(error, libqcow_error_sprint, libqcow_error_free); }
+std::string ErrorText(libqcow_error_t* error) {
+  return LibyalErrorText(error, libqcow_error_sprint, libqcow_error_free);
+}
 
 class QcowImage : public ISource {
  public:

@@ -20,7 +20,9 @@ namespace {
 
 constexpr int kDeepestChain = 16;  // bounds a chain of parents that names itself
 
-std::string ErrorText(libvhdi_error_t* error) { return LibyalErrorText(error, libvhdi_error_sprint, libvhdi_error_free); }
+std::string ErrorText(libvhdi_error_t* error) {
+  return LibyalErrorText(error, libvhdi_error_sprint, libvhdi_error_free);
+}
 
 void Release(libvhdi_file_t* file) {
   libvhdi_file_close(file, nullptr);
@@ -46,9 +48,9 @@ class VhdiImage : public ISource {
     uint8_t* out = static_cast<uint8_t*>(buffer);
     uint64_t count = 0;
     while (count < size) {
-      const ssize_t got = libvhdi_file_read_buffer_at_offset(chain_.front(), out + count,
-                                                             static_cast<size_t>(size - count),
-                                                             static_cast<off64_t>(offset + count), nullptr);
+      const ssize_t got =
+          libvhdi_file_read_buffer_at_offset(chain_.front(), out + count, static_cast<size_t>(size - count),
+                                             static_cast<off64_t>(offset + count), nullptr);
       if (got <= 0) break;
       count += static_cast<uint64_t>(got);
     }

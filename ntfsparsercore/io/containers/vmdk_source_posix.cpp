@@ -15,7 +15,9 @@ namespace io {
 
 namespace {
 
-std::string ErrorText(libvmdk_error_t* error) { return LibyalErrorText(error, libvmdk_error_sprint, libvmdk_error_free); }
+std::string ErrorText(libvmdk_error_t* error) {
+  return LibyalErrorText(error, libvmdk_error_sprint, libvmdk_error_free);
+}
 
 void Release(libvmdk_handle_t* handle, bool opened) {
   if (opened) libvmdk_handle_close(handle, nullptr);

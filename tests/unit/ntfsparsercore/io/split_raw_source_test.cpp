@@ -19,7 +19,8 @@ SplitRawSource Split(const std::vector<uint8_t>& whole, const std::vector<std::s
   std::vector<std::unique_ptr<ISource>> pieces;
   std::size_t at = 0;
   for (std::size_t size : sizes) {
-    pieces.push_back(std::make_unique<MemorySource>(std::vector<uint8_t>(whole.begin() + at, whole.begin() + at + size)));
+    pieces.push_back(
+        std::make_unique<MemorySource>(std::vector<uint8_t>(whole.begin() + at, whole.begin() + at + size)));
     at += size;
   }
   return SplitRawSource(std::move(pieces));
