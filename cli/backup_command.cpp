@@ -3,6 +3,7 @@
 // overlay whose backing file is BASE, an image of the older shadow copy.
 #include "cli/backup_command.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -11,10 +12,15 @@
 
 #include "cli/error_report.h"
 #include "cli/exit_code.h"
+#include "cli/block_codec.h"
+#include "cli/block_hash.h"
 #include "cli/image_probe.h"
 #include "cli/increment_writer.h"
 #include "cli/progress_meter.h"
 #include "cli/qcow2_image_writer.h"
+#include "cli/snapshot_reader.h"
+#include "cli/store_file_ranges.h"
+#include "cli/used_clusters.h"
 #include "cli/zero_bytes.h"
 #include "cli/tracking_session.h"
 #include "cli/volume_selection.h"
@@ -86,6 +92,15 @@ int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint6
   return kExitOk;
 }
 
+// Block index of the older shadow copy as apply will find it in BASE: the
+// bytes inside the volume, zeros past its end.
+bool OldBlock(SnapshotReader& older, uint64_t index, uint64_t volumeSize, std::vector<uint8_t>* block) {
+  const uint64_t start = index * block->size();
+  const uint64_t inside = start < volumeSize ? std::min<uint64_t>(block->size(), volumeSize - start) : 0;
+  std::fill(block->begin() + static_cast<std::ptrdiff_t>(inside), block->end(), 0);
+  return inside == 0 || older.ReadExactly(block->data(), inside, start);
+}
+
 // The name the overlay gives its backing file: BASE as given when absolute,
 // otherwise relative to the overlay's folder, where qemu looks for it.
 std::string BackingName(const std::string& base, const std::string& out) {
@@ -108,6 +123,11 @@ bool CheckFormat(const CommandLine& arguments, const std::string& format, uint64
     std::fprintf(stderr, "tolvar backup: --base BASE goes with --format qcow2, and only with it\n");
     return false;
   }
+  if (arguments.Has("--compress") && (qcow2 || !BlockCodec::Available())) {
+    std::fprintf(stderr, "tolvar backup: --compress %s\n",
+                 qcow2 ? "goes with .tvi increments only" : "needs zstd, which this build lacks");
+    return false;
+  }
   if (qcow2 && !Qcow2ImageWriter::IsClusterSize(blockSize)) {
     std::fprintf(stderr, "tolvar backup: qcow2 needs a block size that is a power of two, not %llu\n",
                  static_cast<unsigned long long>(blockSize));
@@ -120,7 +140,7 @@ bool CheckFormat(const CommandLine& arguments, const std::string& format, uint64
 
 CommandLine::Grammar BackupCommand::Grammar() {
   return VolumeSelection::WithOptions(
-      {4, {"--compare", "--extra-pass"}, {"--block-size", "--exclude", "--format", "--base"}});
+      {4, {"--compare", "--extra-pass", "--compress"}, {"--block-size", "--exclude", "--format", "--base"}});
 }
 
 int BackupCommand::Run(const CommandLine& arguments) {
@@ -163,11 +183,27 @@ int BackupCommand::Run(const CommandLine& arguments) {
   }
 
   IncrementHeader header;
+  // Version 2 (fingerprints of the blocks BASE must hold) wherever the hash is built in.
+  header.version = BlockHash::Available() ? IncrementHeader::kVersion2 : IncrementHeader::kVersion1;
+  header.flags = arguments.Has("--compress") ? IncrementHeader::kFlagCompressed : 0;
   header.volumeSize = volumeSize;
   header.blockSize = blockSize;
   header.bitmapLength = bitmap.size();
   header.from = from;
   header.to = to;
+  // The older shadow copy, read for the fingerprints of version 2.
+  SnapshotReader older;
+  std::vector<uint8_t> oldBlock(blockSize);
+  // Blocks in the store's files or in free clusters of the older snapshot
+  // hold nothing an image of it is bound to keep: apply does not check them.
+  StoreFileRanges olderStore;
+  std::unique_ptr<UsedClusters> olderUsed;
+  if (!overlay && header.version == IncrementHeader::kVersion2) {
+    if (!older.Open(volume, from)) return kExitLibrary;
+    olderStore.Add(older.Source());
+    olderUsed = std::make_unique<UsedClusters>();
+    if (!olderUsed->Read(older.Source())) olderUsed.reset();
+  }
   IncrementWriter writer(out);
   BlockTarget target;
   uint64_t stored = 0;
@@ -187,7 +223,17 @@ int BackupCommand::Run(const CommandLine& arguments) {
     opened = writer.Begin(header, bitmap);
     target.add = [&](uint64_t index, const std::vector<uint8_t>& block) {
       ++stored;
-      return writer.AddBlock(index, block);
+      uint64_t oldHash = 0;
+      uint64_t flags = 0;
+      if (header.version == IncrementHeader::kVersion2) {
+        if (!OldBlock(older, index, volumeSize, &oldBlock)) return false;
+        oldHash = BlockHash::Of(oldBlock.data(), oldBlock.size());
+        const uint64_t start = index * blockSize;
+        const bool promised =
+            (!olderUsed || olderUsed->AllUsed(start, blockSize)) && !olderStore.Overlaps(start, blockSize);
+        flags = promised ? 0 : IncrementHeader::kRecordUnchecked;
+      }
+      return writer.AddBlock(index, block, oldHash, flags);
     };
     target.commit = [&] { return writer.Commit(); };
     target.writingName = [&] { return writer.WritingName(); };

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "cli/block_codec.h"
+#include "cli/block_hash.h"
 #include "ntfsparsercore/io/little_endian.h"
 
 namespace tolvarcli {
@@ -38,7 +40,8 @@ std::string LoadIdentifier(const uint8_t* field) {
 void IncrementHeader::Encode(uint8_t* out) const {
   std::memset(out, 0, kSize);
   std::memcpy(out + kMagicOffset, kMagic, kMagicSize);
-  StoreLe32(out + kVersionOffset, kVersion);
+  StoreLe32(out + kVersionOffset, version);
+  StoreLe64(out + kFlagsOffset, flags);
   StoreLe32(out + kHeaderSizeOffset, static_cast<uint32_t>(kSize));
   StoreLe64(out + kVolumeSizeOffset, volumeSize);
   StoreLe64(out + kBlockSizeOffset, blockSize);
@@ -52,11 +55,19 @@ bool IncrementHeader::Decode(const uint8_t* in, IncrementHeader* header, std::st
     *error = "not an increment file (bad magic)";
     return false;
   }
-  if (LoadLe32(in + kVersionOffset) != kVersion || LoadLe32(in + kHeaderSizeOffset) != kSize) {
-    *error = "unsupported increment version " + std::to_string(LoadLe32(in + kVersionOffset));
+  const uint32_t version = LoadLe32(in + kVersionOffset);
+  const bool known = version == kVersion1 || (version == kVersion2 && BlockHash::Available());
+  if (!known || LoadLe32(in + kHeaderSizeOffset) != kSize) {
+    *error = "unsupported increment version " + std::to_string(version);
     return false;
   }
   IncrementHeader decoded;
+  decoded.version = version;
+  decoded.flags = version == kVersion2 ? LoadLe64(in + kFlagsOffset) : 0;
+  if ((decoded.flags & ~kFlagCompressed) != 0 || (decoded.Compressed() && !BlockCodec::Available())) {
+    *error = "unsupported increment flags " + std::to_string(decoded.flags);
+    return false;
+  }
   decoded.volumeSize = LoadLe64(in + kVolumeSizeOffset);
   decoded.blockSize = LoadLe64(in + kBlockSizeOffset);
   decoded.bitmapLength = LoadLe64(in + kBitmapLengthOffset);
@@ -69,10 +80,6 @@ bool IncrementHeader::Decode(const uint8_t* in, IncrementHeader* header, std::st
   }
   *header = decoded;
   return true;
-}
-
-uint64_t IncrementHeader::FileSize(uint64_t count) const {
-  return kSize + bitmapLength + count * (kRecordIndexSize + blockSize) + kTrailerSize;
 }
 
 }  // namespace tolvarcli

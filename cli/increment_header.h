@@ -4,9 +4,16 @@
 // copies of one volume, all little-endian:
 //   header (128 bytes, below)
 //   the changed-block bitmap as GetDiffBitmap gave it (bitmapLength bytes)
-//   blockCount records: the block's index (8 bytes), then blockSize bytes
-//   trailer: blockCount again (8 bytes), then the CRC-64 (8 bytes) of every
-//   byte of the file before it
+//   blockCount records, version 1: the block's index (8 bytes), then
+//   blockSize bytes; version 2: the index, the record's flags, the XXH3-64
+//   of the block in the older shadow copy, the XXH3-64 of its new contents,
+//   the stored length (8 bytes each), then the stored bytes
+//   (zstd-compressed with the compressed flag, else the blockSize bytes
+//   themselves). Record flag 1: the block lies partly in the store's own
+//   files or in clusters free in the older snapshot, whose bytes no image
+//   of it is bound to hold; apply does not check it against its old hash.
+//   trailer: blockCount again (8 bytes), then the checksum (8 bytes) of
+//   every byte of the file before it: CRC-64 in version 1, XXH3-64 in 2
 #ifndef TOLVAR_CLI_INCREMENT_HEADER_H_
 #define TOLVAR_CLI_INCREMENT_HEADER_H_
 
@@ -18,7 +25,9 @@ namespace tolvarcli {
 struct IncrementHeader {
   static constexpr uint64_t kSize = 128;
   static constexpr char kMagic[9] = "TOLVINCR";  // 8 bytes on disk, no NUL
-  static constexpr uint32_t kVersion = 1;
+  static constexpr uint32_t kVersion1 = 1;
+  static constexpr uint32_t kVersion2 = 2;
+  static constexpr uint64_t kFlagCompressed = 1;  // version 2: records are zstd frames
   // Offsets of the fields within the header.
   static constexpr uint64_t kMagicOffset = 0;          // 8 bytes "TOLVINCR"
   static constexpr uint64_t kVersionOffset = 8;        // 4 bytes
@@ -26,14 +35,18 @@ struct IncrementHeader {
   static constexpr uint64_t kVolumeSizeOffset = 16;    // 8 bytes
   static constexpr uint64_t kBlockSizeOffset = 24;     // 8 bytes
   static constexpr uint64_t kBitmapLengthOffset = 32;  // 8 bytes
-  static constexpr uint64_t kReservedOffset = 40;      // 8 bytes, zero
+  static constexpr uint64_t kFlagsOffset = 40;         // 8 bytes: version 1 zero, version 2 flags
   static constexpr uint64_t kFromOffset = 48;          // 40 bytes: older shadow copy ID, NUL-padded
   static constexpr uint64_t kToOffset = 88;            // 40 bytes: newer shadow copy ID, NUL-padded
   static constexpr uint64_t kIdentifierField = 40;
   // Bytes of one block record besides the block itself, and of the trailer.
   static constexpr uint64_t kRecordIndexSize = 8;
+  static constexpr uint64_t kRecordHeaderSizeV2 = 40;  // index, flags, old hash, new hash, stored length
+  static constexpr uint64_t kRecordUnchecked = 1;      // record flag: old contents not promised
   static constexpr uint64_t kTrailerSize = 16;
 
+  uint32_t version = kVersion1;
+  uint64_t flags = 0;         // version 2: kFlagCompressed
   uint64_t volumeSize = 0;    // bytes of the volume the blocks belong to
   uint64_t blockSize = 0;     // bytes of every block in the file
   uint64_t bitmapLength = 0;  // bytes of the bitmap after the header
@@ -44,11 +57,10 @@ struct IncrementHeader {
   void Encode(uint8_t* out) const;
 
   // Reads a header; false, with *error saying why, when the bytes are not
-  // one of this version.
+  // a version this build reads (2 only with the hash library).
   static bool Decode(const uint8_t* in, IncrementHeader* header, std::string* error);
 
-  // Bytes of a whole file with this header and count blocks.
-  uint64_t FileSize(uint64_t count) const;
+  bool Compressed() const { return (flags & kFlagCompressed) != 0; }
 };
 
 }  // namespace tolvarcli

@@ -1,9 +1,12 @@
 #include "cli/increment_reader.h"
 
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
+#include "cli/block_codec.h"
+#include "cli/block_hash.h"
 #include "cli/crc64.h"
 #include "ntfsparsercore/io/little_endian.h"
 
@@ -44,6 +47,55 @@ bool IncrementReader::CheckRecord(uint64_t index, uint64_t previous, bool first)
   return true;
 }
 
+bool IncrementReader::Unpack(const Record& record, const std::vector<uint8_t>& stored,
+                             std::vector<uint8_t>* block) const {
+  if (header_.version == IncrementHeader::kVersion1) {
+    std::memcpy(block->data(), stored.data(), block->size());
+    return true;
+  }
+  if (header_.Compressed()) {
+    if (!BlockCodec::Decompress(stored.data(), record.stored, block->data(), block->size())) return false;
+  } else {
+    if (record.stored != block->size()) return false;
+    std::memcpy(block->data(), stored.data(), block->size());
+  }
+  return BlockHash::Of(block->data(), block->size()) == record.newHash;
+}
+
+bool IncrementReader::ReadRecords(std::ifstream& in, uint64_t end, std::vector<uint8_t>* stored,
+                                  std::vector<uint8_t>* block,
+                                  const std::function<void(const void*, std::size_t)>& sum) {
+  const bool version1 = header_.version == IncrementHeader::kVersion1;
+  const uint64_t headSize = version1 ? IncrementHeader::kRecordIndexSize : IncrementHeader::kRecordHeaderSizeV2;
+  uint64_t at = IncrementHeader::kSize + header_.bitmapLength;
+  while (at < end) {
+    const std::string which = "block record " + std::to_string(records_.size());
+    uint8_t head[IncrementHeader::kRecordHeaderSizeV2];
+    if (end - at < headSize || !ReadExactly(in, head, headSize)) return Fail("file size does not fit whole blocks");
+    Record record;
+    record.index = LoadLe64(head);
+    record.flags = version1 ? 0 : LoadLe64(head + 8);
+    record.oldHash = version1 ? 0 : LoadLe64(head + 16);
+    record.newHash = version1 ? 0 : LoadLe64(head + 24);
+    record.stored = version1 ? header_.blockSize : LoadLe64(head + 32);
+    record.at = at + headSize;
+    // A stored length is at most what zstd could make of a block; checked
+    // before anything is allocated for it.
+    if (record.stored > 2 * header_.blockSize || record.stored > end - record.at) {
+      return Fail("file size does not fit whole blocks");
+    }
+    if (!CheckRecord(record.index, records_.empty() ? 0 : records_.back().index, records_.empty())) return false;
+    stored->resize(record.stored);
+    if (!ReadExactly(in, stored->data(), stored->size())) return Fail("cannot read " + which);
+    sum(head, headSize);
+    sum(stored->data(), stored->size());
+    if (!Unpack(record, *stored, block)) return Fail(which + " does not match its hash");
+    records_.push_back(record);
+    at = record.at + record.stored;
+  }
+  return true;
+}
+
 bool IncrementReader::Verify() {
   std::error_code sizeError;
   const uint64_t fileSize = std::filesystem::file_size(path_, sizeError);
@@ -54,56 +106,55 @@ bool IncrementReader::Verify() {
   }
   if (fileSize < IncrementHeader::kSize + IncrementHeader::kTrailerSize) return Fail("too short for an increment");
 
-  Crc64 crc;
   uint8_t headerBytes[IncrementHeader::kSize];
   if (!ReadExactly(in, headerBytes, sizeof headerBytes)) return Fail("cannot read the header");
   if (!IncrementHeader::Decode(headerBytes, &header_, &error_)) return false;
-  crc.Update(headerBytes, sizeof headerBytes);
+  Crc64 crc;
+  BlockHash hash;
+  const bool version1 = header_.version == IncrementHeader::kVersion1;
+  const auto sum = [&](const void* data, std::size_t size) {
+    if (version1) {
+      crc.Update(data, size);
+    } else {
+      hash.Update(data, size);
+    }
+  };
+  sum(headerBytes, sizeof headerBytes);
 
   // Sizes from the header are checked against the file before anything is allocated.
-  const uint64_t recordSize = IncrementHeader::kRecordIndexSize + header_.blockSize;
   const uint64_t fixedSize = IncrementHeader::kSize + IncrementHeader::kTrailerSize;
   if (header_.bitmapLength > fileSize - fixedSize) return Fail("bitmap longer than the file");
   const uint64_t recordBytes = fileSize - fixedSize - header_.bitmapLength;
-  if (recordBytes % recordSize != 0) return Fail("file size does not fit whole blocks");
-  const uint64_t records = recordBytes / recordSize;
-
+  if (version1 && recordBytes % (IncrementHeader::kRecordIndexSize + header_.blockSize) != 0) {
+    return Fail("file size does not fit whole blocks");
+  }
   bitmap_.assign(header_.bitmapLength, 0);
   if (!ReadExactly(in, bitmap_.data(), bitmap_.size())) return Fail("cannot read the bitmap");
-  crc.Update(bitmap_.data(), bitmap_.size());
+  sum(bitmap_.data(), bitmap_.size());
 
+  std::vector<uint8_t> stored;
   std::vector<uint8_t> block(header_.blockSize);
-  uint64_t previous = 0;
-  for (uint64_t i = 0; i < records; ++i) {
-    uint8_t indexBytes[IncrementHeader::kRecordIndexSize];
-    if (!ReadExactly(in, indexBytes, sizeof indexBytes) || !ReadExactly(in, block.data(), block.size())) {
-      return Fail("cannot read block record " + std::to_string(i));
-    }
-    const uint64_t index = LoadLe64(indexBytes);
-    if (!CheckRecord(index, previous, i == 0)) return false;
-    previous = index;
-    crc.Update(indexBytes, sizeof indexBytes);
-    crc.Update(block.data(), block.size());
-  }
+  records_.clear();
+  if (!ReadRecords(in, fileSize - IncrementHeader::kTrailerSize, &stored, &block, sum)) return false;
 
   uint8_t trailer[IncrementHeader::kTrailerSize];
   if (!ReadExactly(in, trailer, sizeof trailer)) return Fail("cannot read the trailer");
-  if (LoadLe64(trailer) != records) return Fail("block count in the trailer does not match the file");
-  crc.Update(trailer, kWordSize);
-  if (LoadLe64(trailer + kWordSize) != crc.Value()) return Fail("checksum mismatch");
-  count_ = records;
+  if (LoadLe64(trailer) != records_.size()) return Fail("block count in the trailer does not match the file");
+  sum(trailer, kWordSize);
+  if (LoadLe64(trailer + kWordSize) != (version1 ? crc.Value() : hash.Value())) return Fail("checksum mismatch");
   return true;
 }
 
 bool IncrementReader::ForEachBlock(const BlockVisitor& visit) {
   std::ifstream in(path_, std::ios::binary);
-  in.seekg(static_cast<std::streamoff>(IncrementHeader::kSize + header_.bitmapLength));
   if (!in) return false;
+  std::vector<uint8_t> stored;
   std::vector<uint8_t> block(header_.blockSize);
-  for (uint64_t i = 0; i < count_; ++i) {
-    uint8_t indexBytes[IncrementHeader::kRecordIndexSize];
-    if (!ReadExactly(in, indexBytes, sizeof indexBytes) || !ReadExactly(in, block.data(), block.size())) return false;
-    if (!visit(LoadLe64(indexBytes), block)) return false;
+  for (const Record& record : records_) {
+    stored.resize(record.stored);
+    in.seekg(static_cast<std::streamoff>(record.at));
+    if (!ReadExactly(in, stored.data(), stored.size()) || !Unpack(record, stored, &block)) return false;
+    if (!visit(record.index, block)) return false;
   }
   return true;
 }

@@ -2,38 +2,64 @@
 
 #include <utility>
 
+#include "cli/block_codec.h"
 #include "ntfsparsercore/io/little_endian.h"
 
 namespace tolvarcli {
 
+using ntfsparsercore::io::StoreLe64;
+
 IncrementWriter::IncrementWriter(std::string path) : out_(std::move(path)) {}
 
 bool IncrementWriter::Begin(const IncrementHeader& header, const std::vector<uint8_t>& bitmap) {
+  header_ = header;
   if (!out_.Open()) return false;
   uint8_t bytes[IncrementHeader::kSize];
   header.Encode(bytes);
   return Write(bytes, sizeof bytes) && Write(bitmap.data(), bitmap.size());
 }
 
-bool IncrementWriter::AddBlock(uint64_t index, const std::vector<uint8_t>& block) {
-  uint8_t indexBytes[IncrementHeader::kRecordIndexSize];
-  ntfsparsercore::io::StoreLe64(indexBytes, index);
-  if (!Write(indexBytes, sizeof indexBytes) || !Write(block.data(), block.size())) return false;
+bool IncrementWriter::AddBlock(uint64_t index, const std::vector<uint8_t>& block, uint64_t oldHash, uint64_t flags) {
+  if (header_.version == IncrementHeader::kVersion1) {
+    uint8_t indexBytes[IncrementHeader::kRecordIndexSize];
+    StoreLe64(indexBytes, index);
+    if (!Write(indexBytes, sizeof indexBytes) || !Write(block.data(), block.size())) return false;
+    ++count_;
+    return true;
+  }
+  const uint8_t* stored = block.data();
+  std::size_t storedSize = block.size();
+  if (header_.Compressed()) {
+    if (!BlockCodec::Compress(block.data(), block.size(), &packed_)) return false;
+    stored = packed_.data();
+    storedSize = packed_.size();
+  }
+  uint8_t head[IncrementHeader::kRecordHeaderSizeV2];
+  StoreLe64(head, index);
+  StoreLe64(head + 8, flags);
+  StoreLe64(head + 16, oldHash);
+  StoreLe64(head + 24, BlockHash::Of(block.data(), block.size()));
+  StoreLe64(head + 32, storedSize);
+  if (!Write(head, sizeof head) || !Write(stored, storedSize)) return false;
   ++count_;
   return true;
 }
 
 bool IncrementWriter::Commit() {
   uint8_t countBytes[8];
-  ntfsparsercore::io::StoreLe64(countBytes, count_);
+  StoreLe64(countBytes, count_);
   if (!Write(countBytes, sizeof countBytes)) return false;
-  uint8_t crcBytes[8];
-  ntfsparsercore::io::StoreLe64(crcBytes, crc_.Value());
-  return out_.Write(crcBytes, sizeof crcBytes) && out_.Commit();
+  uint8_t sumBytes[8];
+  StoreLe64(sumBytes, header_.version == IncrementHeader::kVersion1 ? crc_.Value() : hash_.Value());
+  return out_.Write(sumBytes, sizeof sumBytes) && out_.Commit();
 }
 
 bool IncrementWriter::Write(const void* data, std::size_t size) {
-  crc_.Update(data, size);
+  if (header_.version == IncrementHeader::kVersion1) {
+    crc_.Update(data, size);
+  } else {
+    hash_.Update(data, size);
+  }
   return out_.Write(data, size);
 }
 

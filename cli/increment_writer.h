@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/block_hash.h"
 #include "cli/crc64.h"
 #include "cli/increment_header.h"
 #include "cli/output_file.h"
@@ -24,7 +25,9 @@ class IncrementWriter {
   bool Begin(const IncrementHeader& header, const std::vector<uint8_t>& bitmap);
 
   // Appends one block record (block holds the header's block size).
-  bool AddBlock(uint64_t index, const std::vector<uint8_t>& block);
+  // oldHash, the hash of the block in the older shadow copy, and the
+  // record's flags go into version 2 records only.
+  bool AddBlock(uint64_t index, const std::vector<uint8_t>& block, uint64_t oldHash = 0, uint64_t flags = 0);
 
   // Writes the trailer and commits the output.
   bool Commit();
@@ -37,9 +40,12 @@ class IncrementWriter {
  private:
   bool Write(const void* data, std::size_t size);
 
-  OutputFile out_;      // the target
-  Crc64 crc_;           // over every byte written so far
-  uint64_t count_ = 0;  // block records written
+  OutputFile out_;               // the target
+  IncrementHeader header_;       // as Begin wrote it
+  Crc64 crc_;                    // version 1: over every byte written so far
+  BlockHash hash_;               // version 2: over every byte written so far
+  std::vector<uint8_t> packed_;  // a compressed block
+  uint64_t count_ = 0;           // block records written
 };
 
 }  // namespace tolvarcli

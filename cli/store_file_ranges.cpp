@@ -79,6 +79,11 @@ void StoreFileRanges::Merge() {
   ranges_.swap(merged);
 }
 
+bool StoreFileRanges::Overlaps(uint64_t offset, uint64_t size) const {
+  auto after = ranges_.lower_bound(offset + size);
+  return after != ranges_.begin() && offset < std::prev(after)->second;
+}
+
 bool StoreFileRanges::Covers(uint64_t offset) const {
   auto after = ranges_.upper_bound(offset);
   return after != ranges_.begin() && offset < std::prev(after)->second;

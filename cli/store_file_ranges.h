@@ -26,6 +26,9 @@ class StoreFileRanges {
   // number of store files found.
   std::size_t Add(const std::shared_ptr<ntfsparsercore::io::ISource>& volume);
 
+  // Whether any byte of [offset, offset + size) lies in a store file.
+  bool Overlaps(uint64_t offset, uint64_t size) const;
+
   // Whether byte offset lies in a store file.
   bool Covers(uint64_t offset) const;
 

@@ -34,6 +34,15 @@ bool UsedClusters::MayHoldData(uint64_t offset, uint64_t size) const {
   return false;
 }
 
+bool UsedClusters::AllUsed(uint64_t offset, uint64_t size) const {
+  if (size == 0) return true;
+  const uint64_t last = (offset + size - 1) / clusterSize_;
+  for (uint64_t cluster = offset / clusterSize_; cluster <= last; ++cluster) {
+    if (!IsUsed(cluster)) return false;
+  }
+  return true;
+}
+
 uint64_t UsedClusters::UnusedClusters() const {
   uint64_t unused = 0;
   for (uint64_t cluster = 0; cluster < clusterCount_; ++cluster) unused += IsUsed(cluster) ? 0 : 1;

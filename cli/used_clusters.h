@@ -28,6 +28,10 @@ class UsedClusters {
   // the end of the volume) count as used.
   bool MayHoldData(uint64_t offset, uint64_t size) const;
 
+  // Whether every cluster that [offset, offset + size) touches is in use
+  // (or past the clusters the bitmap covers).
+  bool AllUsed(uint64_t offset, uint64_t size) const;
+
   uint64_t ClusterSize() const { return clusterSize_; }
   // Clusters of the file system (the bitmap's meaningful bits).
   uint64_t ClusterCount() const { return clusterCount_; }

@@ -156,9 +156,13 @@ def check_refusals(arguments):
     base = prefix + ".base.img"
     shutil.copyfile(os.path.join(work, snapshots[0]["image"]), base)
     before = digest(base)
+    records = len(good) and int.from_bytes(good[-16:-8], "little")
     cases = {
         # A byte inside the last block: structure intact, contents damaged.
-        "checksum mismatch": good[:-1000] + bytes([good[-1000] ^ 0xFF]) + good[-999:],
+        "block record %d does not match its hash" % (records - 1):
+            good[:-1000] + bytes([good[-1000] ^ 0xFF]) + good[-999:],
+        # A byte of the trailer's checksum itself.
+        "checksum mismatch": good[:-1] + bytes([good[-1] ^ 0xFF]),
         "not an increment file (bad magic)": b"X" + good[1:],
         "file size does not fit whole blocks": good[:-1],
         "too short for an increment": good[:100],
@@ -184,6 +188,129 @@ def check_refusals(arguments):
     if digest(base) != before:
         raise Failure("apply of a missing increment changed BASE")
     print("apply refused %d damaged increments and a mismatched base; BASE untouched" % len(cases))
+    check_safe_apply(arguments, prefix, manifest, increment)
+
+
+def crc64(data):
+    """CRC-64 as in xz (reflected ECMA-182, all-ones start and final xor)."""
+    table = []
+    for byte in range(256):
+        value = byte
+        for _ in range(8):
+            value = (value >> 1) ^ (0xC96C5795D7870F42 if value & 1 else 0)
+        table.append(value)
+    crc = 0xFFFFFFFFFFFFFFFF
+    for byte in data:
+        crc = table[(crc ^ byte) & 0xFF] ^ (crc >> 8)
+    return crc ^ 0xFFFFFFFFFFFFFFFF
+
+
+def version1_of(version2):
+    """The same increment in version 1 (index and block per record, CRC-64),
+    from an uncompressed version 2 file."""
+    block_size = int.from_bytes(version2[24:32], "little")
+    bitmap_length = int.from_bytes(version2[32:40], "little")
+    count = int.from_bytes(version2[-16:-8], "little")
+    header = bytearray(version2[:128])
+    header[8:12] = (1).to_bytes(4, "little")
+    header[40:48] = bytes(8)
+    out = bytearray(header) + version2[128:128 + bitmap_length]
+    at = 128 + bitmap_length
+    for _ in range(count):
+        stored = int.from_bytes(version2[at + 32:at + 40], "little")
+        out += version2[at:at + 8] + version2[at + 40:at + 40 + stored]
+        at += 40 + stored
+    out += count.to_bytes(8, "little")
+    return bytes(out + crc64(out).to_bytes(8, "little"))
+
+
+def check_safe_apply(arguments, prefix, manifest, increment):
+    """A BASE that is not an image of the older snapshot is refused, naming the
+    first block that holds neither contents; an apply killed part way and run
+    again completes; --output leaves BASE as it was; --compress and version 1
+    increments round trip."""
+    snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
+    work = os.path.dirname(prefix)
+    older_image = os.path.join(work, snapshots[0]["image"])
+    newer_image = os.path.join(work, snapshots[-1]["image"])
+    manifest_path = prefix + ".manifest.json"
+    base = prefix + ".safe.img"
+    # The older image with one byte changed in the first block the increment
+    # checks (flags 0): that block holds neither contents.
+    with open(increment, "rb") as handle:
+        data = handle.read()
+    block_size = int.from_bytes(data[24:32], "little")
+    at = 128 + int.from_bytes(data[32:40], "little")
+    checked = None
+    while checked is None and at < len(data) - 16:
+        index, flags = int.from_bytes(data[at:at + 8], "little"), int.from_bytes(data[at + 8:at + 16], "little")
+        if flags == 0:
+            checked = index
+        at += 40 + int.from_bytes(data[at + 32:at + 40], "little")
+    if checked is None:
+        raise Failure("the increment checks no block: the refusal cannot be shown")
+    shutil.copyfile(older_image, base)
+    with open(base, "r+b") as handle:
+        handle.seek(checked * block_size + 7)
+        byte = handle.read(1)[0]
+        handle.seek(checked * block_size + 7)
+        handle.write(bytes([byte ^ 0x5A]))
+    before = digest(base)
+    expect(arguments, 4, [], ["tolvar: block %d of %s holds neither the older nor the newer shadow copy's contents: "
+                              "it is not an image of shadow copy %s; %s left untouched"
+                              % (checked, base, snapshots[0]["shadow_copy_id"], base)], "apply", base, increment)
+    if digest(base) != before:
+        raise Failure("a refused apply changed BASE")
+    print("a BASE with block %d changed is refused and left untouched" % checked)
+
+    # --output: BASE stays, NEW is the result.
+    shutil.copyfile(older_image, base)
+    before = digest(base)
+    restored = prefix + ".restored.img"
+    expect(arguments, 0, None, [], "apply", base, increment, "--output", restored)
+    equal, report = compare_outside_store(manifest_path, restored, newer_image)
+    if digest(base) != before or not equal:
+        raise Failure("apply --output: BASE changed or the result differs\n%s" % report)
+
+    # Killed at several points (strace kills it at its Nth write), then run again.
+    if shutil.which("strace") is None:
+        print("SKIP: strace is missing for the interrupted-apply check")
+        sys.exit(SKIP)
+    records = int.from_bytes(open(increment, "rb").read()[-16:-8], "little")
+    # At its Nth write the process dies before the write: the first kill that
+    # leaves something written is at the second.
+    points = sorted({2, max(2, records // 2), max(2, records - 1)})
+    for point in points:
+        shutil.copyfile(older_image, base)
+        killed = run(["strace", "-f", "-o", "/dev/null", "-e", "trace=write,writev,pwrite64",
+                      "-e", "inject=write,writev,pwrite64:signal=SIGKILL:when=%d" % point, arguments.cli, "apply", base,
+                      increment])
+        if killed.returncode == 0:
+            raise Failure("apply was not killed at write %d" % point)
+        if digest(base) == before:
+            raise Failure("apply killed at write %d had written nothing: the check proves nothing" % point)
+        expect(arguments, 0, None, [], "apply", base, increment)
+        equal, report = compare_outside_store(manifest_path, base, newer_image)
+        if not equal:
+            raise Failure("apply killed at write %d and run again differs from the newer snapshot\n%s"
+                          % (point, report))
+    print("apply killed at writes %s and run again completes" % points)
+
+    # --compress round trips, and the same increment in version 1 still applies.
+    compressed = prefix + ".compressed.tvi"
+    expect(arguments, 0, None, [], "backup", prefix + ".img", snapshots[0]["shadow_copy_id"],
+           snapshots[-1]["shadow_copy_id"], compressed, "--compress")
+    old_format = prefix + ".v1.tvi"
+    with open(increment, "rb") as handle, open(old_format, "wb") as out:
+        out.write(version1_of(handle.read()))
+    for label, path in (("--compress", compressed), ("version 1", old_format)):
+        shutil.copyfile(older_image, base)
+        expect(arguments, 0, None, [], "apply", base, path)
+        equal, report = compare_outside_store(manifest_path, base, newer_image)
+        if not equal:
+            raise Failure("%s increment applied differs from the newer snapshot\n%s" % (label, report))
+    print("--compress (%d bytes against %d) and version 1 increments apply"
+          % (os.path.getsize(compressed), os.path.getsize(increment)))
 
 
 def check_failures(arguments):

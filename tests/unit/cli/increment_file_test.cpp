@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "cli/block_codec.h"
+#include "cli/block_hash.h"
 #include "cli/increment_reader.h"
 #include "cli/increment_writer.h"
 #include "tests/fixtures/unique_temp_path.h"
@@ -67,7 +69,9 @@ class IncrementFileTest : public ::testing::Test {
 TEST_F(IncrementFileTest, WrittenFileVerifiesAndReadsBack) {
   Write({1, 9});
   EXPECT_FALSE(std::filesystem::exists(path_ + ".partial"));
-  EXPECT_EQ(std::filesystem::file_size(path_), Header().FileSize(2));
+  EXPECT_EQ(std::filesystem::file_size(path_), IncrementHeader::kSize + 2 +
+                                                   2 * (IncrementHeader::kRecordIndexSize + kBlockSize) +
+                                                   IncrementHeader::kTrailerSize);
   IncrementReader reader(path_);
   ASSERT_TRUE(reader.Verify()) << reader.Error();
   EXPECT_EQ(reader.Header().from, kFrom);
@@ -107,9 +111,55 @@ TEST_F(IncrementFileTest, BadMagicIsRefused) {
 
 TEST_F(IncrementFileTest, OtherVersionIsRefused) {
   Write({1});
-  Patch(IncrementHeader::kVersionOffset, {2});
-  EXPECT_EQ(Refusal(), "unsupported increment version 2");
+  Patch(IncrementHeader::kVersionOffset, {3});
+  EXPECT_EQ(Refusal(), "unsupported increment version 3");
 }
+
+// Version 2, plain and compressed: the records carry both fingerprints
+// and read back; a changed stored byte fails its block's hash.
+class IncrementFileV2Test : public IncrementFileTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void WriteV2(bool compressed) {
+    IncrementHeader header = Header();
+    header.version = IncrementHeader::kVersion2;
+    header.flags = compressed ? IncrementHeader::kFlagCompressed : 0;
+    IncrementWriter writer(path_);
+    ASSERT_TRUE(writer.Begin(header, {0x02, 0x02}));
+    for (uint64_t index : {1, 9}) {
+      ASSERT_TRUE(writer.AddBlock(index, std::vector<uint8_t>(kBlockSize, static_cast<uint8_t>(index)), 100 + index));
+    }
+    ASSERT_TRUE(writer.Commit());
+  }
+};
+
+TEST_P(IncrementFileV2Test, WrittenFileVerifiesAndCarriesTheFingerprints) {
+  if (!BlockHash::Available() || (GetParam() && !BlockCodec::Available())) GTEST_SKIP() << "no xxhash or zstd";
+  WriteV2(GetParam());
+  IncrementReader reader(path_);
+  ASSERT_TRUE(reader.Verify()) << reader.Error();
+  ASSERT_EQ(reader.Records().size(), 2u);
+  EXPECT_EQ(reader.Records()[1].oldHash, 109u);
+  const std::vector<uint8_t> nine(kBlockSize, 9);
+  EXPECT_EQ(reader.Records()[1].newHash, BlockHash::Of(nine.data(), nine.size()));
+  if (GetParam()) EXPECT_LT(std::filesystem::file_size(path_), 2 * kBlockSize);
+  std::vector<uint64_t> seen;
+  ASSERT_TRUE(reader.ForEachBlock([&](uint64_t index, const std::vector<uint8_t>& block) {
+    EXPECT_EQ(block, std::vector<uint8_t>(kBlockSize, static_cast<uint8_t>(index)));
+    seen.push_back(index);
+    return true;
+  }));
+  EXPECT_EQ(seen, (std::vector<uint64_t>{1, 9}));
+}
+
+TEST_P(IncrementFileV2Test, AChangedStoredByteFailsTheBlocksHash) {
+  if (!BlockHash::Available() || (GetParam() && !BlockCodec::Available())) GTEST_SKIP() << "no xxhash or zstd";
+  WriteV2(GetParam());
+  Patch(IncrementHeader::kSize + 2 + IncrementHeader::kRecordHeaderSizeV2 + (GetParam() ? 4 : 100), {0x7F});
+  const std::string refusal = Refusal();
+  EXPECT_TRUE(refusal == "block record 0 does not match its hash") << refusal;
+}
+
+INSTANTIATE_TEST_SUITE_P(PlainAndCompressed, IncrementFileV2Test, ::testing::Bool());
 
 TEST_F(IncrementFileTest, TruncatedFileIsRefused) {
   Write({1, 9});
