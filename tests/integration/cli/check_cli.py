@@ -11,6 +11,7 @@ and on the Windows 10 volume of the shared test data.
     check_cli.py --cli TOLVAR --work DIR special-outputs --tool MKVSSIMAGE
     check_cli.py --cli TOLVAR --work DIR qcow2-chain --tool MKVSSIMAGE --scenario NAME
     check_cli.py --cli TOLVAR --work DIR verify --tool MKVSSIMAGE --scenario NAME
+    check_cli.py --cli TOLVAR --work DIR progress --tool MKVSSIMAGE
     check_cli.py --cli TOLVAR --work DIR windows-export --disk NTFS_RAW --extract EXTRACT_PARTITION
 
 Exits 77 when the image builder cannot make images here (no FUSE), the
@@ -21,6 +22,7 @@ import hashlib
 import importlib.util
 import json
 import os
+import re
 import shutil
 import stat
 import subprocess
@@ -825,6 +827,55 @@ def check_verify(arguments):
     print("verify passes on exports and restored images and names the block of a flipped byte (%d)" % block)
 
 
+def stderr_on_a_terminal(words):
+    """Runs tolvar with stderr on a pseudo-terminal; its exit code and what
+    the terminal received."""
+    import pty
+    master, slave = pty.openpty()
+    completed = subprocess.run(words, stdout=subprocess.PIPE, stderr=slave)
+    os.close(slave)
+    received = b""
+    while True:
+        try:
+            chunk = os.read(master, 65536)
+        except OSError:
+            break
+        if not chunk:
+            break
+        received += chunk
+    os.close(master)
+    return completed.returncode, received.decode(errors="replace")
+
+
+def check_progress(arguments):
+    """export, backup, apply and verify draw a progress line (blocks, bytes,
+    rate, time left) on stderr when it is a terminal, and only then."""
+    prefix, manifest = build_image(arguments, "default")
+    image = prefix + ".img"
+    snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
+    older, newer = snapshots[0]["shadow_copy_id"], snapshots[-1]["shadow_copy_id"]
+    base = prefix + ".base.raw"
+    increment = prefix + ".tvi"
+    commands = [
+        ("export", ["export", image, older, base]),
+        ("backup", ["backup", image, older, newer, increment]),
+        ("apply", ["apply", base, increment, "--output", prefix + ".restored.raw"]),
+        ("verify", ["verify", image, older, base]),
+    ]
+    for name, words in commands:
+        code, text = stderr_on_a_terminal([arguments.cli] + words)
+        if code != 0:
+            raise Failure("%s under a terminal exited %d: %r" % (name, code, text))
+        lines = [line for line in text.replace("\r\n", "\n").split("\r") if line.strip()]
+        pattern = re.compile(r"^(\d+)/(\d+) blocks, [0-9.]+ MiB, [0-9.]+ MiB/s, \d+ s left\s*$")
+        last = pattern.match(lines[-1].rstrip("\n")) if lines else None
+        if not last or last.group(1) == "0":
+            raise Failure("%s: no progress line on the terminal: %r" % (name, text))
+        # The same command without a terminal prints nothing on stderr.
+        expect(arguments, 0, None, [], *words)
+        print("%s: progress %s" % (name, lines[-1].strip()))
+
+
 def node_identity(path):
     status = os.lstat(path)
     return stat.S_IFMT(status.st_mode), status.st_rdev, status.st_ino
@@ -844,7 +895,11 @@ def check_special_outputs(arguments):
         "export": lambda out: ["export", image, newer, out],
         "export --used-only": lambda out: ["export", image, newer, out, "--used-only"],
         "diff --bitmap-out": lambda out: ["diff", image, older, newer, "--bitmap-out", out],
+        "apply --output": lambda out: ["apply", older_image, increment, "--output", out],
     }
+    older_image = os.path.join(work, manifest["snapshots"][0]["image"])
+    increment = os.path.join(work, "special.tvi")
+    expect(arguments, 0, None, [], "backup", image, older, newer, increment)
     device = os.path.join(work, "null-device")
     if os.path.exists(device):
         os.remove(device)
@@ -908,7 +963,7 @@ def main():
     roundtrip = commands.add_parser("roundtrip")
     roundtrip.add_argument("--tool", required=True)
     roundtrip.add_argument("--scenario", required=True)
-    for name in ("refusals", "failures", "special-outputs"):
+    for name in ("refusals", "failures", "special-outputs", "progress"):
         commands.add_parser(name).add_argument("--tool", required=True)
     for name in ("export", "qcow2-chain", "verify"):
         scenario = commands.add_parser(name)
@@ -925,7 +980,7 @@ def main():
     checks = {"roundtrip": check_roundtrip, "refusals": check_refusals, "failures": check_failures,
               "windows-list": check_windows_list, "files": check_files, "export": check_export,
               "special-outputs": check_special_outputs, "qcow2-chain": check_qcow2_chain,
-              "verify": check_verify, "windows-export": check_windows_export}
+              "verify": check_verify, "progress": check_progress, "windows-export": check_windows_export}
     try:
         checks[arguments.check](arguments)
     except Failure as failure:
