@@ -141,7 +141,9 @@ TEST_P(IncrementFileV2Test, WrittenFileVerifiesAndCarriesTheFingerprints) {
   EXPECT_EQ(reader.Records()[1].oldHash, 109u);
   const std::vector<uint8_t> nine(kBlockSize, 9);
   EXPECT_EQ(reader.Records()[1].newHash, BlockHash::Of(nine.data(), nine.size()));
-  if (GetParam()) EXPECT_LT(std::filesystem::file_size(path_), 2 * kBlockSize);
+  if (GetParam()) {
+    EXPECT_LT(std::filesystem::file_size(path_), 2 * kBlockSize);
+  }
   std::vector<uint64_t> seen;
   ASSERT_TRUE(reader.ForEachBlock([&](uint64_t index, const std::vector<uint8_t>& block) {
     EXPECT_EQ(block, std::vector<uint8_t>(kBlockSize, static_cast<uint8_t>(index)));
