@@ -701,6 +701,13 @@ def check_qcow2_chain(arguments):
             info.get("format-specific", {}).get("data", {}).get("compat") != "1.1":
         raise Failure("qemu-img info of the qcow2 export: %r" % info)
     qemu_img("compare", "-f", "qcow2", "-F", "raw", qcow2_base, raw_base)
+    # verify reads the qcow2 export through the container support (libqcow).
+    code, text, err = tolvar(arguments, "verify", image, first, qcow2_base)
+    if code == 0:
+        if verify_report(text)["differing blocks"] != "0":
+            raise Failure("verify of the qcow2 export: %r" % text)
+    elif err != "tolvar: cannot read %s\n" % qcow2_base:
+        raise Failure("verify of the qcow2 export exited %d: %r" % (code, err))
     for block_size in (65536, 4096):
         for base in (raw_base, qcow2_base):
             chain = [base]
