@@ -29,6 +29,7 @@ const char kUsage[] =
     "  tolvar export VOLUME SNAPSHOT OUT [--format raw|qcow2] [--used-only]\n"
     "  tolvar filemap VOLUME FROM TO PATH [--block-size N] [--json]\n"
     "  tolvar verify VOLUME SNAPSHOT IMAGE [--block-size N]\n"
+    "  tolvar --help | --version\n"
     "FROM and TO are shadow copy IDs as 'tolvar list' prints them; N is a multiple\n"
     "of 4096 from 4096 to 131072 (default 65536), in bytes or with a K suffix.\n"
     "OUT of '-' is standard output; an existing device or FIFO is written in place.\n"
@@ -69,6 +70,10 @@ int main(int argc, char** argv) {
   const std::string name = argv[1];
   if (name == "--help" || name == "-h" || name == "help") {
     std::fputs(kUsage, stdout);
+    return tolvarcli::kExitOk;
+  }
+  if (name == "--version") {
+    std::printf("tolvar %s\n", TOLVAR_VERSION);
     return tolvarcli::kExitOk;
   }
   for (const Subcommand& subcommand : kSubcommands) {

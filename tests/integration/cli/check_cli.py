@@ -127,8 +127,21 @@ def backup_and_apply(arguments, prefix, manifest, older, newer, block_size, comp
     return label, blocks
 
 
+def check_list_matches_manifest(arguments, prefix, manifest):
+    """list --json names every snapshot the image builder made, in creation order, with its creation time."""
+    _, text, _ = expect(arguments, 0, None, [], "list", prefix + ".img", "--json")
+    listed = [(copy["shadow_copy_id"], copy["set_id"], copy["store_identifier"], copy["volume_size"], copy["created"])
+              for copy in json.loads(text)["shadow_copies"]]
+    # The image builder records whole seconds; list gives every tick.
+    made = [(snapshot["shadow_copy_id"], snapshot["set_id"], snapshot["store_identifier"], manifest["volume_size"],
+             snapshot["creation_time"].replace(" ", "T") + ".0000000Z") for snapshot in manifest["snapshots"]]
+    if listed != made:
+        raise Failure("list --json gave %r, the image builder made %r" % (listed, made))
+
+
 def check_roundtrip(arguments):
     prefix, manifest = build_image(arguments, arguments.scenario)
+    check_list_matches_manifest(arguments, prefix, manifest)
     count = len(manifest["snapshots"])
     cases = 0
     for older in range(count):

@@ -61,6 +61,7 @@ TEST_F(CatalogTest, BodiesAreReadFieldByField) {
   EXPECT_EQ(definition.volumeSize, 0x40000000u);
   EXPECT_EQ(definition.storeIdentifier, Id(1));
   EXPECT_EQ(definition.creationOrder, 7u);
+  EXPECT_EQ(definition.creationTime, 0x01d6627bd8e9f5a0u);
   SnapshotDeclaration declaration = catalog.FindDeclaration(Id(1));
   EXPECT_EQ(declaration.indexOffset, 0x110000u);
   EXPECT_EQ(declaration.storeIdentifier, Id(1));
