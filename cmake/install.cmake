@@ -1,6 +1,6 @@
-# cmake --install: the public header, the shared library, the tolvar command,
-# a CMake package (find_package(tolvar) gives tolvar::tolvar) and a
-# pkg-config file.
+# cmake --install: the public header, the shared library, the tolvar command
+# and its man page, a CMake package (find_package(tolvar) gives
+# tolvar::tolvar) and a pkg-config file.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -36,3 +36,4 @@ install(CODE "
     \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig/tolvar.pc\" @ONLY)
   message(STATUS \"Installing: \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig/tolvar.pc\")
 ")
+include(cmake/man_page.cmake)

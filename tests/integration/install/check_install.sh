@@ -12,7 +12,7 @@ rm -rf "$work"
 mkdir -p "$work"
 cmake --install "$build" --prefix "$prefix" >"$work/install.log"
 for file in include/tolvar/tolvar.h lib/libtolvar.so bin/tolvar lib/cmake/tolvar/tolvarConfig.cmake \
-            lib/pkgconfig/tolvar.pc; do
+            lib/pkgconfig/tolvar.pc share/man/man1/tolvar.1.gz; do
   [ -e "$prefix/$file" ] || { echo "FAIL: $file was not installed"; exit 1; }
 done
 "$prefix/bin/tolvar" --help >/dev/null
