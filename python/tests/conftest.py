@@ -75,6 +75,13 @@ def root() -> str:
     return setting("TOLVAR_TEST_ROOT")
 
 
+def unsanitized_environment() -> Dict[str, str]:
+    """The environment for programs of other projects: without the sanitizer
+    runtimes that the sanitized build preloads for the tests (some hang at
+    exit under them)."""
+    return {key: value for key, value in os.environ.items() if key != "LD_PRELOAD"}
+
+
 def run(arguments: List[str], **options) -> subprocess.CompletedProcess:
     """Runs a program, capturing its output as text."""
     return subprocess.run(arguments, stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True,

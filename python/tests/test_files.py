@@ -6,15 +6,17 @@ import subprocess
 
 import pytest
 import tolvar
-from conftest import run
+from conftest import run, unsanitized_environment
 
 BLOCK_SIZE = 4096
 
 
 def file_bytes(image, path):
     """The file's contents in an NTFS image, through ifind and icat."""
-    inode = subprocess.check_output(["ifind", "-n", path.lstrip("/"), image], universal_newlines=True).strip()
-    return subprocess.check_output(["icat", image, inode])
+    environment = unsanitized_environment()
+    inode = subprocess.check_output(["ifind", "-n", path.lstrip("/"), image], universal_newlines=True,
+                                    env=environment).strip()
+    return subprocess.check_output(["icat", image, inode], env=environment)
 
 
 def set_bits(bitmap):

@@ -9,7 +9,7 @@ import sys
 from importlib import metadata
 
 import tolvar
-from conftest import run
+from conftest import run, unsanitized_environment
 
 PROBE = "import tolvar, tolvar._library as l; l.load(); print(l.library_path())"
 
@@ -113,7 +113,7 @@ def test_the_readme_example_brings_an_image_up_to_the_newest_snapshot(default_vo
     shutil.copyfile(default_volume.snapshot_image(0), tmp_path / "restored.img")
     completed = run([sys.executable, "-c", code], cwd=str(tmp_path))
     assert completed.returncode == 0, completed.stderr
-    environment = {key: value for key, value in os.environ.items() if key != "LD_PRELOAD"}
+    environment = unsanitized_environment()
     compared = run([os.path.join(root, "scripts", "compare-images"), default_volume.manifest_path,
                     str(tmp_path / "restored.img"), default_volume.snapshot_image(-1)], env=environment)
     assert compared.returncode == 0, compared.stdout + compared.stderr
