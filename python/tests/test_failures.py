@@ -98,15 +98,16 @@ def test_listing_a_missing_volume_is_not_found(tmp_path):
     missing = str(tmp_path / "missing.img")
     with pytest.raises(tolvar.NotFoundError) as raised:
         tolvar.list_shadow_copies(missing)
-    assert (raised.value.status, raised.value.messages) == (-2, missing_volume_records(missing))
-    assert str(raised.value).startswith("cannot read the shadow-copy store of %s: " % missing)
+    assert (raised.value.status, raised.value.messages) == (-2, [(1, "Open file(%s) failed - 2." % missing)])
+    assert str(raised.value) == "tolvar list exited 6: error 1: Open file(%s) failed - 2." % missing
 
 
 def test_listing_a_volume_without_a_store_fails(blank):
     with pytest.raises(tolvar.TolvarError) as raised:
         tolvar.list_shadow_copies(blank)
     assert type(raised.value) is tolvar.TolvarError
-    assert (raised.value.status, raised.value.messages) == (-2, blank_volume_records(blank))
+    assert (raised.value.status, raised.value.messages, str(raised.value)) == (
+        -2, [], "%s holds neither an NTFS volume nor a partition table" % blank)
 
 
 def test_listing_without_a_command_fails(default_volume, monkeypatch, tmp_path):

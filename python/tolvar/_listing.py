@@ -96,17 +96,17 @@ def run_command(arguments: Sequence[str]) -> "subprocess.CompletedProcess[str]":
                           universal_newlines=True, errors="replace")
 
 
-def _failure(volume: str, stderr: str) -> TolvarError:
+def _failure(volume: str, completed: "subprocess.CompletedProcess[str]") -> TolvarError:
     messages = []
     last: Optional[str] = None
-    for line in stderr.splitlines():
+    for line in completed.stderr.splitlines():
         match = _RECORD_LINE.match(line)
         if match:
             messages.append((int(match.group(1)), match.group(2)))
         elif line.strip():
             last = line[len("tolvar: "):] if line.startswith("tolvar: ") else line
     kind = NotFoundError if not os.path.exists(volume) else TolvarError
-    return kind(last or "tolvar list failed", _library.E_FAILED, messages)
+    return kind(last or "tolvar list exited %d" % completed.returncode, _library.E_FAILED, messages)
 
 
 def list_shadow_copies(volume: "str | os.PathLike[str]") -> List[ShadowCopy]:
@@ -119,7 +119,7 @@ def list_shadow_copies(volume: "str | os.PathLike[str]") -> List[ShadowCopy]:
     path = os.fspath(volume)
     completed = run_command(["list", path, "--json"])
     if completed.returncode != 0:
-        raise _failure(path, completed.stderr)
+        raise _failure(path, completed)
     listing = json.loads(completed.stdout)
     return [ShadowCopy(shadow_copy_id=copy["shadow_copy_id"], set_id=copy["set_id"],
                        store_id=copy["store_identifier"], volume_size=int(copy["volume_size"]),
