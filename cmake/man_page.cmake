@@ -1,5 +1,6 @@
 # The tolvar command's man page, made at build time by help2man from the
-# command's own --help and --version (and cli/tolvar.h2m), so that it lists
+# command's own --help and --version (and cli/tolvar.h2m: name, opening and
+# see-also only, nothing a new command could make wrong), so that it lists
 # whatever the command accepts. A build that cannot run the command (Windows)
 # or has no help2man makes none.
 if(WIN32 OR CMAKE_CROSSCOMPILING)
