@@ -25,7 +25,8 @@ def missing_volume_records(path):
 
 
 def blank_volume_records(path):
-    return [(12, "Invalid vss volume guid"), (12, "Invalid storage with empty guid"), (1, "Can't open volume %s" % path)]
+    return [(12, "Invalid vss volume guid"), (12, "Invalid storage with empty guid"),
+            (1, "Can't open volume %s" % path)]
 
 
 def test_a_missing_volume_is_not_found(default_volume, tmp_path):
@@ -34,8 +35,8 @@ def test_a_missing_volume_is_not_found(default_volume, tmp_path):
         tolvar.open(missing, default_volume.ids[0], default_volume.ids[1])
     assert (raised.value.status, raised.value.messages) == (-2, missing_volume_records(missing))
     assert isinstance(raised.value, FileNotFoundError)
-    assert str(raised.value) == "Init returned -2: error 1: Open file(%s) failed - 2.; error 1: Can't open volume %s" % (
-        missing, missing)
+    assert str(raised.value) == ("Init returned -2: error 1: Open file(%s) failed - 2.; "
+                                 "error 1: Can't open volume %s" % (missing, missing))
 
 
 def test_a_volume_without_a_store_fails(default_volume, blank):

@@ -33,8 +33,10 @@ def diff(files_volume):
 def test_every_block_of_a_file_that_reads_differently_is_in_its_map(files_volume, diff, path):
     older = file_bytes(files_volume.snapshot_image(0), path)
     newer = file_bytes(files_volume.snapshot_image(-1), path)
+    def piece(data, block):
+        return data[block * BLOCK_SIZE:(block + 1) * BLOCK_SIZE]
     differing = {block for block in range((len(newer) + BLOCK_SIZE - 1) // BLOCK_SIZE)
-                 if older[block * BLOCK_SIZE:(block + 1) * BLOCK_SIZE] != newer[block * BLOCK_SIZE:(block + 1) * BLOCK_SIZE]}
+                 if piece(older, block) != piece(newer, block)}
     change_map = diff.file_change_map(path)
     assert len(change_map) == ((len(newer) + BLOCK_SIZE - 1) // BLOCK_SIZE + 7) // 8
     assert differing <= set_bits(change_map)

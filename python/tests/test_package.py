@@ -4,7 +4,6 @@ version, ``python -m tolvar``, and the README's example."""
 import os
 import re
 import shutil
-import subprocess
 import sys
 from importlib import metadata
 

@@ -20,8 +20,7 @@ def _text(value: PathText) -> bytes:
 
 
 def _count_set_bits(bitmap: bytes) -> int:
-    return int.from_bytes(bitmap, "little").bit_count() if hasattr(int, "bit_count") else bin(
-        int.from_bytes(bitmap, "little")).count("1")
+    return bin(int.from_bytes(bitmap, "little")).count("1")
 
 
 class Diff:
@@ -96,7 +95,8 @@ class Diff:
         """The number of changed blocks: the set bits of :attr:`bitmap`."""
         return _count_set_bits(self.bitmap)
 
-    def changed_blocks(self, compare: bool = False, copy: bool = False) -> Iterator[Tuple[int, Union[bytes, memoryview]]]:
+    def changed_blocks(self, compare: bool = False,
+                       copy: bool = False) -> Iterator[Tuple[int, Union[bytes, memoryview]]]:
         """Walks the changed blocks in ascending order, read from the newer
         shadow copy, as ``(index, data)``; block i starts at byte
         ``i * block_size`` of the volume.
