@@ -19,9 +19,8 @@ bool IsOption(const std::string& word) { return word.size() > 2 && word.compare(
 bool CommandLine::Parse(const std::vector<std::string>& words, const Grammar& grammar, std::string* error) {
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
-    if (!IsOption(word)) {
-      positionals_.push_back(word);
-    } else if (grammar.flags.count(word)) {
+    // The grammar's own names come first: it may name short options (-f).
+    if (grammar.flags.count(word)) {
       flags_.insert(word);
     } else if (grammar.valueOptions.count(word)) {
       if (i + 1 == words.size()) {
@@ -29,6 +28,8 @@ bool CommandLine::Parse(const std::vector<std::string>& words, const Grammar& gr
         return false;
       }
       values_[word].push_back(words[++i]);
+    } else if (!IsOption(word)) {
+      positionals_.push_back(word);
     } else {
       *error = "unknown option " + word;
       return false;

@@ -12,6 +12,7 @@ enum ExitCode : int {
   kExitRefused = 4,  // apply: the increment is damaged or does not fit BASE; BASE untouched
   kExitDiffers = 5,  // verify: the image differs from the shadow copy outside the store's files
   kExitVolume = 6,   // the image, or the volume named in it, cannot be opened or holds no shadow-copy store
+  kExitMount = 7,    // mount, umount: FUSE or the mount point is not usable, or the mount failed
 };
 
 }  // namespace tolvarcli

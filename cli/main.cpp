@@ -1,7 +1,7 @@
 // The tolvar command: lists shadow copies, counts the blocks that changed
 // between two of them, backs those blocks up into an increment file and
-// applies an increment to an image of the older shadow copy, and maps
-// which blocks of one file changed.
+// applies an increment to an image of the older shadow copy, maps which
+// blocks of one file changed, and mounts the shadow copies as files.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -15,6 +15,8 @@
 #include "cli/filemap_command.h"
 #include "cli/list_command.h"
 #include "cli/verify_command.h"
+#include "cli/mount_command.h"
+#include "cli/umount_command.h"
 
 namespace {
 
@@ -29,6 +31,8 @@ const char kUsage[] =
     "  tolvar export VOLUME SNAPSHOT OUT [--format raw|qcow2] [--used-only]\n"
     "  tolvar filemap VOLUME FROM TO PATH [--block-size N] [--json]\n"
     "  tolvar verify VOLUME SNAPSHOT IMAGE [--block-size N]\n"
+    "  tolvar mount VOLUME MOUNTPOINT [-f] [-o FUSE_OPTIONS]\n"
+    "  tolvar umount MOUNTPOINT\n"
     "  tolvar --help | --version\n"
     "FROM and TO are shadow copy IDs as 'tolvar list' prints them; N is a multiple\n"
     "of 4096 from 4096 to 131072 (default 65536), in bytes or with a K suffix.\n"
@@ -41,7 +45,8 @@ const char kUsage[] =
     "exit codes: 0 done, 1 usage, 2 the library failed, 3 a file could not be\n"
     "read or written, 4 apply refused the increment (BASE untouched) or backup\n"
     "refused BASE, 5 verify found blocks that differ, 6 the image or the volume\n"
-    "in it cannot be used (one line says why)\n";
+    "in it cannot be used (one line says why), 7 the mount could not be made or\n"
+    "ended\n";
 
 // One subcommand: its name, what it accepts and what runs it.
 struct Subcommand {
@@ -58,6 +63,8 @@ const Subcommand kSubcommands[] = {
     {"export", tolvarcli::ExportCommand::Grammar, tolvarcli::ExportCommand::Run},
     {"filemap", tolvarcli::FilemapCommand::Grammar, tolvarcli::FilemapCommand::Run},
     {"verify", tolvarcli::VerifyCommand::Grammar, tolvarcli::VerifyCommand::Run},
+    {"mount", tolvarcli::MountCommand::Grammar, tolvarcli::MountCommand::Run},
+    {"umount", tolvarcli::UmountCommand::Grammar, tolvarcli::UmountCommand::Run},
 };
 
 }  // namespace

@@ -21,6 +21,7 @@ Snapshot::Snapshot(const records::SnapshotDefinition& definition, const records:
   indexOffset_ = declaration.indexOffset;
   headerOffset_ = declaration.headerOffset;
   volumeSize_ = definition.volumeSize;
+  creationTime_ = definition.creationTime;
   previousBitmapOffset_ = declaration.previousBitmapOffset;
   rangeOffset_ = declaration.rangeOffset;
   storeIdentifier_ = declaration.storeIdentifier;

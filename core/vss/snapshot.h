@@ -25,6 +25,8 @@ class Snapshot {
   virtual uint64_t GetIndexOffset() const;
   virtual uint64_t GetVolumeSize() const;
   virtual uint64_t GetRangeOffset() const;
+  // When the shadow copy was made, as a FILETIME (100 ns since 1601).
+  uint64_t GetCreationTime() const { return creationTime_; }
   // The store identifier.
   virtual Guid GetGuid() const;
   // The shadow-copy service's device object name, set by the sequence logic.
@@ -39,6 +41,7 @@ class Snapshot {
   uint64_t volumeSize_ = 0;            // definition offset 0
   uint64_t previousBitmapOffset_ = 0;  // declaration offset 64
   uint64_t rangeOffset_ = 0;           // declaration offset 32
+  uint64_t creationTime_ = 0;          // definition offset 40
   Guid storeIdentifier_;               // declaration offset 8
   std::string name_;
 };

@@ -175,6 +175,10 @@ const std::vector<uint32_t>& StoreBlockMap::KeyOrder() const {
   return keyOrder_;
 }
 
+void StoreBlockMap::PrepareLookups() const {
+  if (!ascending_) KeyOrder();
+}
+
 const StoreBlockMap::Mapping* StoreBlockMap::Find(uint64_t offset) const {
   if (ascending_) {
     auto it = std::upper_bound(keys_.begin(), keys_.end(), offset);

@@ -52,6 +52,11 @@ class StoreBlockMap {
   // unreadable; every read that reaches such a store fails.
   bool IsUsable() const { return usable_; }
 
+  // Builds what range look-ups need once the last descriptor is folded, so
+  // that Find changes nothing afterwards: until the next Add, any number of
+  // threads may then look up at once.
+  void PrepareLookups() const;
+
   // The mapping whose 16 KiB range [original offset, +format::kBlockSize) holds
   // offset, or null. Valid until the next Add.
   const Mapping* Find(uint64_t offset) const;

@@ -42,6 +42,7 @@ std::shared_ptr<const StoreBlockMap> ReadBlockMap(const std::shared_ptr<ntfspars
   for (uint64_t at = 0; record.Read(bytes, sizeof bytes, at) == sizeof bytes; at += sizeof bytes) {
     map->Add(BlockDescriptor::Parse(bytes));
   }
+  map->PrepareLookups();
   return map;
 }
 
@@ -53,14 +54,14 @@ StoreLayers::StoreLayers(std::shared_ptr<ntfsparsercore::io::ISource> store, std
 StoreLayers::StoreLayers(std::vector<StoreLayer> layers) : layers_(std::move(layers)), read_(true) {}
 
 const StoreLayer& StoreLayers::At(std::size_t index) const {
-  if (!read_) ReadAll();
+  if (!read_.load(std::memory_order_acquire)) std::call_once(readOnce_, [this] { ReadAll(); });
   return layers_[index];
 }
 
 void StoreLayers::ReadAll() const {
   ScopedErrorQueueSuspension quiet;
   for (std::size_t index = 0; index < locations_.size(); ++index) layers_[index] = Read(index);
-  read_ = true;
+  read_.store(true, std::memory_order_release);
 }
 
 // The bitmaps are read for the newest store only: a view reads zeros only

@@ -7,7 +7,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "core/vss/store_layer.h"
@@ -44,7 +46,7 @@ class StoreLayers {
   const StoreLayer& At(std::size_t index) const;
 
   // Whether the stores have been read; for inspection.
-  bool IsRead() const { return read_; }
+  bool IsRead() const { return read_.load(); }
 
  private:
   void ReadAll() const;
@@ -52,10 +54,13 @@ class StoreLayers {
 
   std::shared_ptr<ntfsparsercore::io::ISource> store_;  // a line of their own over the volume; null if given whole
   std::vector<Location> locations_;                     // each store's records, oldest first
-  // Filled on first use by a reader that may be const: one handle's views
-  // are read by one thread at a time.
+  // Filled on first use by a reader that may be const. Views of one stack
+  // may be read from several threads at once (the mount serves each file
+  // on several): the first reader fills layers_ while the others wait, and
+  // nothing changes it afterwards.
+  mutable std::once_flag readOnce_;         // layers_ is filled once
   mutable std::vector<StoreLayer> layers_;  // each store, once read
-  mutable bool read_;                       // whether layers_ has been read
+  mutable std::atomic<bool> read_;          // whether layers_ has been read
 };
 
 }  // namespace vss

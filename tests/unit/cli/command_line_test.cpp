@@ -31,6 +31,20 @@ TEST(CommandLineTest, RepeatedOptionKeepsEveryValueInOrder) {
   EXPECT_TRUE(line.Values("--other").empty());
 }
 
+TEST(CommandLineTest, ShortOptionsCountOnlyWhereTheGrammarNamesThem) {
+  const CommandLine::Grammar mount{2, {"-f"}, {"-o"}};
+  CommandLine line;
+  std::string error;
+  ASSERT_TRUE(line.Parse({"vol", "-o", "allow_other", "-f", "dir"}, mount, &error)) << error;
+  EXPECT_TRUE(line.Has("-f"));
+  EXPECT_EQ(line.Value("-o", ""), "allow_other");
+  EXPECT_EQ(line.Positional(1), "dir");
+
+  CommandLine other;
+  EXPECT_FALSE(other.Parse({"vol", "a", "b", "-f"}, kDiff, &error));
+  EXPECT_EQ(error, "expected 3 arguments, got 4");
+}
+
 TEST(CommandLineTest, UnknownOptionIsRefused) {
   CommandLine line;
   std::string error;

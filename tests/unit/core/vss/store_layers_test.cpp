@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "common/error_queue.h"
@@ -125,6 +126,25 @@ TEST(StoreLayer, UnusedBlocksAreThoseBothBitmapsMarkWithinBothLengths) {
       ASSERT_EQ(StoreLayer::IsBlockSet(unused, offset), expected) << round << " block " << block;
     }
   }
+}
+
+TEST_F(StoreLayersTest, ThreadsFirstReadingAtOnceReadTheStoresOnceAndSeeTheSameLayers) {
+  Build();
+  StoreLayers layers(built_.source, locations_);
+  std::vector<const StoreLayer*> seen(8, nullptr);
+  std::vector<std::thread> threads;
+  for (std::size_t k = 0; k < seen.size(); ++k) {
+    threads.emplace_back([&layers, &seen, k] { seen[k] = &layers.At(k % 2); });
+  }
+  for (auto& thread : threads) thread.join();
+  for (std::size_t k = 0; k < seen.size(); ++k) EXPECT_EQ(seen[k], &layers.At(k % 2));
+  const std::size_t reads = built_.source->Calls().size();
+
+  StoreLayers alone(built_.source, locations_);
+  built_.source->ForgetCalls();
+  alone.At(0);
+  EXPECT_EQ(reads, built_.source->Calls().size());
+  EXPECT_NE(layers.At(1).blockMap->Find(9 * kBlock), nullptr);
 }
 
 }  // namespace

@@ -1,0 +1,253 @@
+// tolvar mount with libfuse3: every shadow copy of the volume as a
+// read-only file (ShadowCopyFileSystem), rebuilt from the store by the same
+// views the exports read, each behind a cache that FUSE's threads share.
+#define FUSE_USE_VERSION 31
+
+#include <errno.h>
+#include <fcntl.h>
+#include <fuse.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli/exit_code.h"
+#include "cli/mount_command.h"
+#include "cli/mount_table.h"
+#include "cli/shadow_copy_catalog.h"
+#include "cli/shadow_copy_file_system.h"
+#include "core/vss/store_stack.h"
+#include "ntfsparsercore/io/shared_line_cache.h"
+#include "ntfsparsercore/io/system_file.h"
+
+namespace tolvarcli {
+
+namespace {
+
+using ntfsparsercore::io::ISource;
+using ntfsparsercore::io::SharedLineCache;
+
+// Each file's cache: lines of 64 KiB, up to 8 MiB of them.
+constexpr uint64_t kCacheLineSize = 65536;
+constexpr std::size_t kCacheLines = 128;
+// The largest request FUSE is asked to pass on in one piece.
+constexpr unsigned kLargestRequest = 1u << 20;
+// The files never change: the kernel may keep what it learnt.
+constexpr double kAttributeSeconds = 86400;
+const char kMountOptions[] = "ro,default_permissions,fsname=tolvar,subtype=tolvar";
+const char kDeviceFuse[] = "/dev/fuse";
+const char* const kFusermountPaths[] = {"/usr/bin/fusermount3", "/bin/fusermount3"};
+
+ShadowCopyFileSystem& FileSystem() {
+  return *static_cast<ShadowCopyFileSystem*>(fuse_get_context()->private_data);
+}
+
+void FillTimes(struct stat* status, const ShadowCopyFileSystem::Time& time) {
+  status->st_atim.tv_sec = status->st_mtim.tv_sec = status->st_ctim.tv_sec = static_cast<time_t>(time.seconds);
+  status->st_atim.tv_nsec = status->st_mtim.tv_nsec = status->st_ctim.tv_nsec = static_cast<long>(time.nanoseconds);
+}
+
+void* Init(struct fuse_conn_info* connection, struct fuse_config* config) {
+  connection->max_write = kLargestRequest;  // also how many pages one read may carry
+  connection->max_readahead = kLargestRequest;
+  config->kernel_cache = 1;
+  config->entry_timeout = config->attr_timeout = config->negative_timeout = kAttributeSeconds;
+  return fuse_get_context()->private_data;
+}
+
+int GetAttributes(const char* path, struct stat* status, struct fuse_file_info*) {
+  const ShadowCopyFileSystem& fileSystem = FileSystem();
+  const ShadowCopyFileSystem::Node node = fileSystem.Lookup(path);
+  std::memset(status, 0, sizeof *status);
+  status->st_uid = getuid();
+  status->st_gid = getgid();
+  if (node.kind == ShadowCopyFileSystem::Node::kMissing) return -ENOENT;
+  if (node.kind == ShadowCopyFileSystem::Node::kDirectory) {
+    status->st_mode = S_IFDIR | 0555;
+    status->st_nlink = 2;
+    FillTimes(status, fileSystem.DirectoryTime());
+    return 0;
+  }
+  const ShadowCopyFileSystem::File& file = fileSystem.FileAt(node.file);
+  status->st_mode = S_IFREG | 0444;
+  status->st_nlink = 1;
+  status->st_size = static_cast<off_t>(file.size);
+  status->st_blocks = static_cast<blkcnt_t>((file.size + 511) / 512);
+  status->st_blksize = static_cast<blksize_t>(kCacheLineSize);
+  FillTimes(status, file.time);
+  return 0;
+}
+
+int ReadDirectory(const char* path, void* buffer, fuse_fill_dir_t fill, off_t, struct fuse_file_info*,
+                  enum fuse_readdir_flags) {
+  const ShadowCopyFileSystem& fileSystem = FileSystem();
+  if (fileSystem.Lookup(path).kind != ShadowCopyFileSystem::Node::kDirectory) return -ENOTDIR;
+  fill(buffer, ".", nullptr, 0, static_cast<fuse_fill_dir_flags>(0));
+  fill(buffer, "..", nullptr, 0, static_cast<fuse_fill_dir_flags>(0));
+  for (const std::string& name : fileSystem.List(path)) {
+    fill(buffer, name.c_str(), nullptr, 0, static_cast<fuse_fill_dir_flags>(0));
+  }
+  return 0;
+}
+
+int Open(const char* path, struct fuse_file_info* info) {
+  const ShadowCopyFileSystem::Node node = FileSystem().Lookup(path);
+  if (node.kind == ShadowCopyFileSystem::Node::kMissing) return -ENOENT;
+  if (node.kind == ShadowCopyFileSystem::Node::kDirectory) return -EISDIR;
+  if ((info->flags & O_ACCMODE) != O_RDONLY) return -EROFS;
+  info->fh = node.file;
+  info->keep_cache = 1;
+  return 0;
+}
+
+int Read(const char*, char* buffer, size_t size, off_t offset, struct fuse_file_info* info) {
+  const int64_t got = FileSystem().Read(static_cast<std::size_t>(info->fh), buffer, size, static_cast<uint64_t>(offset));
+  return got < 0 ? -EIO : static_cast<int>(got);
+}
+
+int Refuse() { return -EROFS; }
+
+fuse_operations Operations() {
+  fuse_operations operations;
+  std::memset(&operations, 0, sizeof operations);
+  operations.init = Init;
+  operations.getattr = GetAttributes;
+  operations.readdir = ReadDirectory;
+  operations.open = Open;
+  operations.read = Read;
+  // The mount is read-only; these answer should the kernel ever ask.
+  operations.write = [](const char*, const char*, size_t, off_t, struct fuse_file_info*) { return Refuse(); };
+  operations.truncate = [](const char*, off_t, struct fuse_file_info*) { return Refuse(); };
+  operations.create = [](const char*, mode_t, struct fuse_file_info*) { return Refuse(); };
+  operations.unlink = [](const char*) { return Refuse(); };
+  operations.mkdir = [](const char*, mode_t) { return Refuse(); };
+  return operations;
+}
+
+// "tolvar mount: TEXT" on stderr; the exit code for a mount that could not be made.
+int Fail(const std::string& text) {
+  std::fprintf(stderr, "tolvar mount: %s\n", text.c_str());
+  return kExitMount;
+}
+
+// An empty string when FUSE can be used here, else why not.
+std::string FuseUnavailability() {
+  if (access(kDeviceFuse, F_OK) != 0) return "FUSE is not available (no /dev/fuse)";
+  if (access(kDeviceFuse, R_OK | W_OK) != 0) return "FUSE is not available (/dev/fuse cannot be opened)";
+  if (geteuid() == 0) return "";
+  for (const char* path : kFusermountPaths) {
+    if (access(path, X_OK) == 0) return "";
+  }
+  return "FUSE is not available (no fusermount3)";
+}
+
+// Checks the mount point; an empty string when it is usable, else why not.
+std::string MountPointProblem(const std::string& mountPoint) {
+  struct stat status;
+  if (stat(mountPoint.c_str(), &status) != 0) return "mount point " + mountPoint + " does not exist";
+  if (!S_ISDIR(status.st_mode)) return "mount point " + mountPoint + " is not a directory";
+  if (MountTable::Read().Find(mountPoint) != nullptr) {
+    return "mount point " + mountPoint + " is busy: something is already mounted there";
+  }
+  return "";
+}
+
+// A file over source, read through a cache of its own.
+ShadowCopyFileSystem::File CachedFile(std::shared_ptr<ISource> source, uint64_t size,
+                                      ShadowCopyFileSystem::Time time) {
+  ShadowCopyFileSystem::File file;
+  file.source = std::make_shared<SharedLineCache>(std::move(source), kCacheLineSize, kCacheLines);
+  file.size = size;
+  file.time = time;
+  return file;
+}
+
+ShadowCopyFileSystem::Time Now() {
+  struct timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  return ShadowCopyFileSystem::Time{now.tv_sec, now.tv_nsec};
+}
+
+// The file system of the volume at path; null, after saying why on stderr,
+// when the volume or its store cannot be read.
+std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
+  ShadowCopyCatalog catalog;
+  if (!catalog.Read(path)) return nullptr;
+  std::shared_ptr<ISource> volume(ntfsparsercore::io::SystemFile::Open(path.c_str()));
+  if (!volume) {
+    std::fprintf(stderr, "tolvar mount: cannot open %s\n", path.c_str());
+    return nullptr;
+  }
+  auto fileSystem = std::make_unique<ShadowCopyFileSystem>(CachedFile(volume, volume->GetSize(), Now()));
+  const auto stores = tolvarcore::vss::StoreStack::Read(*catalog.Storage());
+  for (const auto& entry : catalog.Entries()) {
+    std::shared_ptr<ISource> view(stores->OpenView(entry.store));
+    uint8_t first = 0;
+    // The first read loads the store tables, now rather than on the first request.
+    if (!view || (entry.volumeSize > 0 && view->Read(&first, 1, 0) != 1)) {
+      std::fprintf(stderr, "tolvar mount: the shadow copy %s of %s cannot be read\n",
+                   entry.shadowCopy.ToString().c_str(), path.c_str());
+      return nullptr;
+    }
+    fileSystem->AddShadowCopy(entry.shadowCopy.ToString(),
+                              CachedFile(view, entry.volumeSize, ShadowCopyFileSystem::FromFileTime(entry.creationTime)));
+  }
+  return fileSystem;
+}
+
+// FUSE's own arguments: the program name and the mount options, ours first.
+std::vector<std::string> FuseArguments(const CommandLine& arguments) {
+  std::vector<std::string> words = {"tolvar", "-o", kMountOptions};
+  for (const std::string& options : arguments.Values("-o")) {
+    words.push_back("-o");
+    words.push_back(options);
+  }
+  return words;
+}
+
+// Mounts fileSystem and serves it until the mount ends; returns the exit code.
+int Serve(ShadowCopyFileSystem& fileSystem, const CommandLine& arguments) {
+  const std::string& mountPoint = arguments.Positional(1);
+  std::vector<std::string> words = FuseArguments(arguments);
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(&word[0]);
+  struct fuse_args fuseArguments = FUSE_ARGS_INIT(static_cast<int>(argv.size()), argv.data());
+  const fuse_operations operations = Operations();
+  struct fuse* fuse = fuse_new(&fuseArguments, &operations, sizeof operations, &fileSystem);
+  fuse_opt_free_args(&fuseArguments);
+  if (fuse == nullptr) return Fail("FUSE refused the options given with -o");
+  if (fuse_mount(fuse, mountPoint.c_str()) != 0) {
+    fuse_destroy(fuse);
+    return Fail("cannot mount on " + mountPoint + " (install fuse3 or load the fuse module: modprobe fuse)");
+  }
+  struct fuse_session* session = fuse_get_session(fuse);
+  int status = fuse_set_signal_handlers(session);
+  // Without -f the command returns here, in the parent, once the mount is made.
+  if (status == 0) status = fuse_daemonize(arguments.Has("-f") ? 1 : 0);
+  if (status == 0) status = fuse_loop_mt(fuse, 0);
+  fuse_remove_signal_handlers(session);
+  fuse_unmount(fuse);
+  fuse_destroy(fuse);
+  return status == 0 ? kExitOk : kExitMount;
+}
+
+}  // namespace
+
+int MountCommand::Run(const CommandLine& arguments) {
+  const std::string& volume = arguments.Positional(0);
+  const std::string& mountPoint = arguments.Positional(1);
+  const std::string unavailable = FuseUnavailability();
+  if (!unavailable.empty()) return Fail(unavailable + ": install fuse3 or load the fuse module (modprobe fuse)");
+  const std::string problem = MountPointProblem(mountPoint);
+  if (!problem.empty()) return Fail(problem);
+  std::unique_ptr<ShadowCopyFileSystem> fileSystem = BuildFileSystem(volume);
+  if (!fileSystem) return kExitLibrary;
+  return Serve(*fileSystem, arguments);
+}
+
+}  // namespace tolvarcli
