@@ -43,9 +43,7 @@ const char kMountOptions[] = "ro,default_permissions,fsname=tolvar,subtype=tolva
 const char kDeviceFuse[] = "/dev/fuse";
 const char* const kFusermountPaths[] = {"/usr/bin/fusermount3", "/bin/fusermount3"};
 
-ShadowCopyFileSystem& FileSystem() {
-  return *static_cast<ShadowCopyFileSystem*>(fuse_get_context()->private_data);
-}
+ShadowCopyFileSystem& FileSystem() { return *static_cast<ShadowCopyFileSystem*>(fuse_get_context()->private_data); }
 
 void FillTimes(struct stat* status, const ShadowCopyFileSystem::Time& time) {
   status->st_atim.tv_sec = status->st_mtim.tv_sec = status->st_ctim.tv_sec = static_cast<time_t>(time.seconds);
@@ -106,7 +104,8 @@ int Open(const char* path, struct fuse_file_info* info) {
 }
 
 int Read(const char*, char* buffer, size_t size, off_t offset, struct fuse_file_info* info) {
-  const int64_t got = FileSystem().Read(static_cast<std::size_t>(info->fh), buffer, size, static_cast<uint64_t>(offset));
+  const int64_t got =
+      FileSystem().Read(static_cast<std::size_t>(info->fh), buffer, size, static_cast<uint64_t>(offset));
   return got < 0 ? -EIO : static_cast<int>(got);
 }
 
@@ -158,8 +157,7 @@ std::string MountPointProblem(const std::string& mountPoint) {
 }
 
 // A file over source, read through a cache of its own.
-ShadowCopyFileSystem::File CachedFile(std::shared_ptr<ISource> source, uint64_t size,
-                                      ShadowCopyFileSystem::Time time) {
+ShadowCopyFileSystem::File CachedFile(std::shared_ptr<ISource> source, uint64_t size, ShadowCopyFileSystem::Time time) {
   ShadowCopyFileSystem::File file;
   file.source = std::make_shared<SharedLineCache>(std::move(source), kCacheLineSize, kCacheLines);
   file.size = size;
@@ -194,8 +192,9 @@ std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
                    entry.shadowCopy.ToString().c_str(), path.c_str());
       return nullptr;
     }
-    fileSystem->AddShadowCopy(entry.shadowCopy.ToString(),
-                              CachedFile(view, entry.volumeSize, ShadowCopyFileSystem::FromFileTime(entry.creationTime)));
+    fileSystem->AddShadowCopy(
+        entry.shadowCopy.ToString(),
+        CachedFile(view, entry.volumeSize, ShadowCopyFileSystem::FromFileTime(entry.creationTime)));
   }
   return fileSystem;
 }

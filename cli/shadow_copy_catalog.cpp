@@ -49,8 +49,8 @@ bool ShadowCopyCatalog::Read(const std::string& path) {
   for (const auto& snapshot : tolvarcore::vss::BuildSnapshotList(catalog)) {
     auto record = storage_->OpenRecord(snapshot->GetHeaderOffset());
     const auto head = tolvarcore::vss::RecordHead::Read(record.get());
-    entries_.push_back({ShadowCopyOf(context, head), head.setIdentifier, snapshot->GetGuid(),
-                        snapshot->GetVolumeSize(), snapshot->GetCreationTime()});
+    entries_.push_back({ShadowCopyOf(context, head), head.setIdentifier, snapshot->GetGuid(), snapshot->GetVolumeSize(),
+                        snapshot->GetCreationTime()});
   }
   // Any message means part of the store could not be read: the list would be incomplete.
   const auto records = ErrorReport::DrainQueue();

@@ -6,7 +6,7 @@ namespace tolvarcli {
 
 namespace {
 
-constexpr uint64_t kFileTimeUnitsPerSecond = 10000000;        // FILETIME counts 100 ns
+constexpr uint64_t kFileTimeUnitsPerSecond = 10000000;       // FILETIME counts 100 ns
 constexpr uint64_t kFileTimeAt1970 = 116444736000000000ull;  // 1970-01-01 as a FILETIME
 constexpr uint64_t kNanosecondsPerUnit = 100;
 const char kShadowCopyPrefix[] = "vss";
@@ -38,7 +38,7 @@ void ShadowCopyFileSystem::AddShadowCopy(const std::string& id, File file) {
 }
 
 ShadowCopyFileSystem::Node ShadowCopyFileSystem::Lookup(const std::string& path) const {
- if (path.empty() || path[0] != '/') return Node{};
+  if (path.empty() || path[0] != '/') return Node{};
   const std::string byId = std::string("/") + kByIdName;
   if (path == "/" || path == byId) return Node{Node::kDirectory, 0};
   if (path == std::string("/") + kVolumeName) return Node{Node::kFile, 0};

@@ -64,8 +64,8 @@ class ShadowCopyFileSystem {
   int64_t Read(std::size_t index, void* buffer, uint64_t size, uint64_t offset) const;
 
  private:
-  std::vector<File> files_;         // the volume, then each shadow copy in creation order
-  std::vector<std::string> ids_;    // each shadow copy's ID, in creation order
+  std::vector<File> files_;       // the volume, then each shadow copy in creation order
+  std::vector<std::string> ids_;  // each shadow copy's ID, in creation order
 };
 
 }  // namespace tolvarcli

@@ -45,7 +45,8 @@ bool RunFusermount(const std::string& path) {
 
 int UmountCommand::Run(const CommandLine& arguments) {
   const std::string& mountPoint = arguments.Positional(0);
-  const MountTable::Mount* mount = MountTable::Read().Find(mountPoint);
+  const MountTable table = MountTable::Read();
+  const MountTable::Mount* mount = table.Find(mountPoint);
   if (mount == nullptr) return Fail("nothing is mounted on " + mountPoint);
   if (mount->type != kTolvarMountType) return Fail(mountPoint + " is not a tolvar mount (" + mount->type + ")");
   if (geteuid() == 0) {

@@ -95,9 +95,7 @@ void SharedLineCache::Keep(Shard& shard, uint64_t index, std::unique_ptr<uint8_t
   ++shard.loads;
 }
 
-uint64_t SharedLineCache::LineLength(uint64_t index) const {
-  return std::min(lineSize_, size_ - index * lineSize_);
-}
+uint64_t SharedLineCache::LineLength(uint64_t index) const { return std::min(lineSize_, size_ - index * lineSize_); }
 
 uint64_t SharedLineCache::Hits() const {
   uint64_t hits = 0;
