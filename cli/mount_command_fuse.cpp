@@ -5,6 +5,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
 #include <fuse.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -165,6 +167,11 @@ ShadowCopyFileSystem::File CachedFile(std::shared_ptr<ISource> source, uint64_t 
   return file;
 }
 
+std::string AbsolutePath(const std::string& path) {
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) != nullptr ? std::string(resolved) : path;
+}
+
 ShadowCopyFileSystem::Time Now() {
   struct timespec now;
   clock_gettime(CLOCK_REALTIME, &now);
@@ -211,7 +218,8 @@ std::vector<std::string> FuseArguments(const CommandLine& arguments) {
 
 // Mounts fileSystem and serves it until the mount ends; returns the exit code.
 int Serve(ShadowCopyFileSystem& fileSystem, const CommandLine& arguments) {
-  const std::string& mountPoint = arguments.Positional(1);
+  // Absolute: serving in the background starts by changing to "/".
+  const std::string mountPoint = AbsolutePath(arguments.Positional(1));
   std::vector<std::string> words = FuseArguments(arguments);
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(&word[0]);
