@@ -60,7 +60,8 @@ int Sequential(ISource& view) {
   const uint64_t size = view.GetSize();
   const auto started = std::chrono::steady_clock::now();
   uint64_t total = 0;
-  for (uint64_t offset = 0; offset < size; offset += kSequentialRead) total += view.Read(buffer.data(), kSequentialRead, offset);
+  for (uint64_t offset = 0; offset < size; offset += kSequentialRead)
+    total += view.Read(buffer.data(), kSequentialRead, offset);
   std::printf("{\"bytes\": %llu, \"seconds\": %.6f}\n", static_cast<unsigned long long>(total), Seconds(started));
   return total == size ? 0 : 1;
 }

@@ -1,7 +1,9 @@
 #include "cli/mount_command.h"
 
+#include "cli/volume_selection.h"
+
 namespace tolvarcli {
 
-CommandLine::Grammar MountCommand::Grammar() { return {2, {"-f"}, {"-o"}}; }
+CommandLine::Grammar MountCommand::Grammar() { return VolumeSelection::WithOptions({2, {"-f"}, {"-o"}}); }
 
 }  // namespace tolvarcli

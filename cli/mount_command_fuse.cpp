@@ -23,8 +23,10 @@
 #include "cli/mount_table.h"
 #include "cli/shadow_copy_catalog.h"
 #include "cli/shadow_copy_file_system.h"
+#include "cli/volume_selection.h"
 #include "core/vss/store_stack.h"
 #include "ntfsparsercore/io/shared_line_cache.h"
+#include "ntfsparsercore/io/image_opener.h"
 #include "ntfsparsercore/io/system_file.h"
 
 namespace tolvarcli {
@@ -183,12 +185,16 @@ ShadowCopyFileSystem::Time Now() {
 std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
   ShadowCopyCatalog catalog;
   if (!catalog.Read(path)) return nullptr;
-  std::shared_ptr<ISource> volume(ntfsparsercore::io::SystemFile::Open(path.c_str()));
+  std::shared_ptr<ISource> volume(ntfsparsercore::io::ImageOpener::OpenVolume(path));
   if (!volume) {
     std::fprintf(stderr, "tolvar mount: cannot open %s\n", path.c_str());
     return nullptr;
   }
   auto fileSystem = std::make_unique<ShadowCopyFileSystem>(CachedFile(volume, volume->GetSize(), Now()));
+  // A plain file or device is read with pread, which threads may share; the
+  // readers of containers and partitions are not known to be, so their
+  // reads take turns.
+  if (dynamic_cast<ntfsparsercore::io::SystemFile*>(volume.get()) == nullptr) fileSystem->SerialiseReads();
   const auto stores = tolvarcore::vss::StoreStack::Read(*catalog.Storage());
   for (const auto& entry : catalog.Entries()) {
     std::shared_ptr<ISource> view(stores->OpenView(entry.store));
@@ -246,12 +252,14 @@ int Serve(ShadowCopyFileSystem& fileSystem, const CommandLine& arguments) {
 }  // namespace
 
 int MountCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
   const std::string& mountPoint = arguments.Positional(1);
   const std::string unavailable = FuseUnavailability();
   if (!unavailable.empty()) return Fail(unavailable + ": install fuse3 or load the fuse module (modprobe fuse)");
   const std::string problem = MountPointProblem(mountPoint);
   if (!problem.empty()) return Fail(problem);
+  std::string volume;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
   std::unique_ptr<ShadowCopyFileSystem> fileSystem = BuildFileSystem(volume);
   if (!fileSystem) return kExitLibrary;
   return Serve(*fileSystem, arguments);

@@ -68,6 +68,8 @@ int64_t ShadowCopyFileSystem::Read(std::size_t index, void* buffer, uint64_t siz
   const File& file = files_[index];
   if (offset >= file.size) return 0;
   const uint64_t wanted = std::min(size, file.size - offset);
+  std::unique_lock<std::mutex> turn(readMutex_, std::defer_lock);
+  if (serialised_) turn.lock();
   const uint64_t got = file.source->Read(buffer, wanted, offset);
   return got == wanted ? static_cast<int64_t>(got) : -1;
 }

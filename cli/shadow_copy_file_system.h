@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,10 @@ class ShadowCopyFileSystem {
   const File& FileAt(std::size_t index) const { return files_[index]; }
   const Time& DirectoryTime() const { return files_.front().time; }
 
+  // Makes every later read wait for the one before: for sources that
+  // threads may not read at once.
+  void SerialiseReads() { serialised_ = true; }
+
   // Reads up to size bytes of file index at offset: the count delivered,
   // which is short only at the end of the file, or -1 when the source
   // delivered less than the file holds there.
@@ -66,6 +71,8 @@ class ShadowCopyFileSystem {
  private:
   std::vector<File> files_;       // the volume, then each shadow copy in creation order
   std::vector<std::string> ids_;  // each shadow copy's ID, in creation order
+  bool serialised_ = false;       // reads take turns (readMutex_)
+  mutable std::mutex readMutex_;  // held by each read when serialised_
 };
 
 }  // namespace tolvarcli
