@@ -28,6 +28,7 @@
 #include "ntfsparsercore/io/shared_line_cache.h"
 #include "ntfsparsercore/io/image_opener.h"
 #include "ntfsparsercore/io/system_file.h"
+#include "ntfsparsercore/io/window_source.h"
 
 namespace tolvarcli {
 
@@ -180,6 +181,16 @@ ShadowCopyFileSystem::Time Now() {
   return ShadowCopyFileSystem::Time{now.tv_sec, now.tv_nsec};
 }
 
+// A plain file or device is read with pread, which threads may share, and a
+// window into one adds no state; other readers (containers) are not known to
+// allow reads from several threads, so reads through them take turns.
+bool ReadableByThreads(ISource* volume) {
+  if (auto* window = dynamic_cast<ntfsparsercore::io::WindowSource*>(volume)) {
+    return ReadableByThreads(window->GetSource().get());
+  }
+  return dynamic_cast<ntfsparsercore::io::SystemFile*>(volume) != nullptr;
+}
+
 // The file system of the volume at path; null, after saying why on stderr,
 // when the volume or its store cannot be read.
 std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
@@ -191,10 +202,7 @@ std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
     return nullptr;
   }
   auto fileSystem = std::make_unique<ShadowCopyFileSystem>(CachedFile(volume, volume->GetSize(), Now()));
-  // A plain file or device is read with pread, which threads may share; the
-  // readers of containers and partitions are not known to be, so their
-  // reads take turns.
-  if (dynamic_cast<ntfsparsercore::io::SystemFile*>(volume.get()) == nullptr) fileSystem->SerialiseReads();
+  if (!ReadableByThreads(volume.get())) fileSystem->SerialiseReads();
   const auto stores = tolvarcore::vss::StoreStack::Read(*catalog.Storage());
   for (const auto& entry : catalog.Entries()) {
     std::shared_ptr<ISource> view(stores->OpenView(entry.store));

@@ -19,6 +19,9 @@ class WindowSource : public ISource {
   uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override;
   uint64_t GetSize() override { return length_; }
 
+  // The container the window lies in; a window reads nothing of its own.
+  const std::shared_ptr<ISource>& GetSource() const { return source_; }
+
  private:
   std::shared_ptr<ISource> source_;  // the whole container
   uint64_t start_;                   // byte offset of the window in source
