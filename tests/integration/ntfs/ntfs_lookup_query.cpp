@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "ntfsparsercore/io/source_factory.h"
+#include "ntfsparsercore/io/system_file.h"
 #include "ntfsparsercore/ntfs_volume.h"
 #include "ntfsparsercore/path_lookup.h"
 #include "tests/fixtures/offset_source.h"
@@ -56,13 +57,14 @@ int main(int argc, char** argv) {
     std::cerr << "usage: ntfs_lookup_query IMAGE VOLUME_OFFSET VOLUME_LENGTH\n";
     return 2;
   }
-  ntfsparsercore::io::SourceFactory factory;
-  std::unique_ptr<ntfsparsercore::io::ISource> raw = factory.Open(argv[1]);
+  // The whole disk as it is: the test applies the partition's offset itself.
+  std::unique_ptr<ntfsparsercore::io::ISource> raw = ntfsparsercore::io::SystemFile::Open(argv[1]);
   if (!raw) {
     std::cerr << "cannot open " << argv[1] << "\n";
     return 2;
   }
-  std::shared_ptr<ntfsparsercore::io::ISource> image(factory.CreateCacheProxy(std::move(raw), kCacheLine));
+  std::shared_ptr<ntfsparsercore::io::ISource> image(
+      ntfsparsercore::io::SourceFactory().CreateCacheProxy(std::move(raw), kCacheLine));
   auto window = std::make_shared<tolvartest::OffsetSource>(image, std::strtoull(argv[2], nullptr, 10),
                                                            std::strtoull(argv[3], nullptr, 10));
   std::shared_ptr<ntfsparsercore::NtfsVolume> volume(ntfsparsercore::NtfsVolume::Create(window, kMftCacheBytes));

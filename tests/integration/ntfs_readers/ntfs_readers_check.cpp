@@ -27,6 +27,7 @@
 #include "ntfsparsercore/index_block_map.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/io/source_factory.h"
+#include "ntfsparsercore/io/system_file.h"
 #include "ntfsparsercore/usn_controller.h"
 
 namespace {
@@ -183,8 +184,8 @@ int main(int argc, char** argv) {
   char** args = index ? argv + 1 : argv;
   const uint64_t partition = std::stoull(args[2]);
   const uint64_t number = std::stoull(args[3]);
-  ntfsparsercore::io::SourceFactory sources;
-  std::shared_ptr<ISource> disk(sources.Open(args[1]));
+  // The whole disk as it is: the check applies the partition's offset itself.
+  std::shared_ptr<ISource> disk(ntfsparsercore::io::SystemFile::Open(args[1]));
   if (!disk) return 2;
   PartitionVolume volume(disk, partition);
   auto record =

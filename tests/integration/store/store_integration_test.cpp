@@ -35,6 +35,7 @@
 #include "ntfsparsercore/io/cache_proxy.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/io/source_factory.h"
+#include "ntfsparsercore/io/system_file.h"
 #include "tests/fixtures/error_queue_test.h"
 #include "tests/fixtures/offset_source.h"
 
@@ -148,8 +149,8 @@ class StoreIntegration : public tolvartest::QueueTest {
 
   void SetUp() override {
     tolvartest::QueueTest::SetUp();
-    ntfsparsercore::io::SourceFactory factory;
-    std::shared_ptr<ntfsparsercore::io::ISource> image(factory.Open(g_image.c_str()));
+    // The whole disk as it is: the test applies the partition's offset itself.
+    std::shared_ptr<ntfsparsercore::io::ISource> image(ntfsparsercore::io::SystemFile::Open(g_image.c_str()));
     ASSERT_NE(image, nullptr);
     auto window = std::make_shared<tolvartest::OffsetSource>(image, kPartitionOffset, kPartitionLength);
     source_ = std::make_shared<ntfsparsercore::io::CacheProxy>(window, 16384);
