@@ -12,7 +12,11 @@ constexpr uint64_t kKibibyte = 1024;
 // Larger numbers than this cannot be a block size; stops overflow while parsing.
 constexpr uint64_t kLargestNumber = 1ull << 40;
 
-bool IsOption(const std::string& word) { return word.size() > 2 && word.compare(0, 2, "--") == 0; }
+// "--name", or a one-letter flag such as "-l".
+bool IsOption(const std::string& word) {
+  if (word.size() > 2 && word.compare(0, 2, "--") == 0) return true;
+  return word.size() == 2 && word[0] == '-' && word[1] != '-';
+}
 
 }  // namespace
 
@@ -35,9 +39,12 @@ bool CommandLine::Parse(const std::vector<std::string>& words, const Grammar& gr
       return false;
     }
   }
-  if (positionals_.size() != grammar.positionals) {
-    *error =
-        "expected " + std::to_string(grammar.positionals) + " arguments, got " + std::to_string(positionals_.size());
+  const std::size_t most = grammar.positionals + grammar.optionalPositionals;
+  if (positionals_.size() < grammar.positionals || positionals_.size() > most) {
+    const std::string expected = grammar.optionalPositionals == 0
+                                     ? std::to_string(grammar.positionals)
+                                     : std::to_string(grammar.positionals) + " to " + std::to_string(most);
+    *error = "expected " + expected + " arguments, got " + std::to_string(positionals_.size());
     return false;
   }
   return true;

@@ -16,9 +16,10 @@ class CommandLine {
   // What a subcommand accepts: its positional count, its flags (no value)
   // and its options that take a value.
   struct Grammar {
-    std::size_t positionals = 0;         // exact count of positional words
-    std::set<std::string> flags;         // e.g. "--json"
-    std::set<std::string> valueOptions;  // e.g. "--block-size"
+    std::size_t positionals = 0;          // count of positional words that must be given
+    std::set<std::string> flags;          // e.g. "--json"
+    std::set<std::string> valueOptions;   // e.g. "--block-size"
+    std::size_t optionalPositionals = 0;  // more positional words that may follow them
   };
 
   // Parses words (the arguments after the subcommand). False, with *error
@@ -26,6 +27,7 @@ class CommandLine {
   bool Parse(const std::vector<std::string>& words, const Grammar& grammar, std::string* error);
 
   const std::string& Positional(std::size_t index) const { return positionals_[index]; }
+  std::size_t PositionalCount() const { return positionals_.size(); }
   bool Has(const std::string& flag) const { return flags_.count(flag) != 0; }
   // The option's value (the last one when given more than once), or
   // fallback when it was not given.

@@ -13,6 +13,8 @@ enum ExitCode : int {
   kExitDiffers = 5,  // verify: the image differs from the shadow copy outside the store's files
   kExitVolume = 6,   // the image, or the volume named in it, cannot be opened or holds no shadow-copy store
   kExitMount = 7,    // mount, umount: FUSE or the mount point is not usable, or the mount failed
+  kExitPath = 8,     // ls, cat: the path is not in that shadow copy, or cat was given a directory
+  kExitDamaged = 9,  // ls, changes: done, but damaged MFT records were left out (named on stderr)
 };
 
 }  // namespace tolvarcli

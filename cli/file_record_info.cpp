@@ -1,0 +1,180 @@
+#include "cli/file_record_info.h"
+
+#include <algorithm>
+
+#include "api/error_recorder.h"
+#include "cli/up_case_table.h"
+#include "ntfsparsercore/attributes/readers/i_reader.h"
+#include "ntfsparsercore/io/little_endian.h"
+#include "ntfsparsercore/mft_record.h"
+
+namespace tolvarcli {
+
+namespace {
+
+using ntfsparsercore::io::LoadLe16;
+using ntfsparsercore::io::LoadLe32;
+using ntfsparsercore::io::LoadLe64;
+
+constexpr uint32_t kStandardInformationType = 0x10;
+constexpr uint32_t kFileNameType = 0x30;
+constexpr uint32_t kDataType = 0x80;
+
+// File record header.
+constexpr uint64_t kSequenceOffset = 16;  // 2 bytes: sequence number
+
+// $STANDARD_INFORMATION value.
+constexpr uint64_t kTimesOffset = 0;  // four 8-byte FILETIMEs
+constexpr uint64_t kAttributesOffset = 32;  // 4 bytes: file attribute flags
+constexpr uint64_t kStandardInformationSize = 36;
+
+// $FILE_NAME value.
+constexpr uint64_t kFileNameHeaderSize = 66;
+constexpr uint64_t kParentReferenceOffset = 0;  // 8 bytes: record in the low 48 bits, sequence above
+constexpr uint64_t kNameLengthOffset = 64;      // 1 byte: UTF-16 code units
+constexpr uint64_t kNamespaceOffset = 65;       // 1 byte
+constexpr uint64_t kNameOffset = 66;
+
+// Non-resident attribute header.
+constexpr uint64_t kInitializedSizeOffset = 0x38;  // 8 bytes
+constexpr uint64_t kReferenceSequenceShift = 48;
+
+// Namespaces in the order a name is preferred for display.
+constexpr uint8_t kPreferredOrder[] = {FileRecordInfo::kPosixNamespace, FileRecordInfo::kWin32Namespace,
+                                       FileRecordInfo::kWin32AndDosNamespace, FileRecordInfo::kDosNamespace};
+
+std::vector<uint8_t> ReadValue(const ntfsparsercore::Attribute& attribute, uint64_t limit) {
+  std::vector<uint8_t> value;
+  auto reader = attribute.CreateReader();
+  if (!reader) return value;
+  value.resize(static_cast<std::size_t>(std::min(reader->GetSize(), limit)));
+  value.resize(static_cast<std::size_t>(reader->Read(value.data(), value.size(), 0)));
+  return value;
+}
+
+void ReadStandardInformation(ntfsparsercore::MftRecord& record, FileRecordInfo* info) {
+  for (const auto& attribute : record.GetAttributes(kStandardInformationType)) {
+    const std::vector<uint8_t> value = ReadValue(*attribute, kStandardInformationSize);
+    if (value.size() < kStandardInformationSize) continue;
+    for (int t = 0; t < FileRecordInfo::kTimeCount; ++t) info->times[t] = LoadLe64(&value[kTimesOffset + 8 * t]);
+    info->attributes = LoadLe32(&value[kAttributesOffset]);
+    info->hasTimes = true;
+    return;
+  }
+}
+
+void ReadNames(ntfsparsercore::MftRecord& record, FileRecordInfo* info) {
+  for (const auto& attribute : record.GetAttributes(kFileNameType)) {
+    const std::vector<uint8_t> value = ReadValue(*attribute, kFileNameHeaderSize + 2 * 255);
+    if (value.size() < kFileNameHeaderSize) continue;
+    const uint64_t reference = LoadLe64(&value[kParentReferenceOffset]);
+    FileName name;
+    name.parent = reference & ntfsparsercore::MftRecord::kRecordNumberMask;
+    name.parentSequence = static_cast<uint16_t>(reference >> kReferenceSequenceShift);
+    name.nameSpace = value[kNamespaceOffset];
+    const std::size_t units = std::min<std::size_t>(value[kNameLengthOffset], (value.size() - kNameOffset) / 2);
+    for (std::size_t i = 0; i < units; ++i) name.name.push_back(static_cast<char16_t>(LoadLe16(&value[kNameOffset + 2 * i])));
+    info->names.push_back(name);
+  }
+}
+
+uint64_t InitializedSize(const ntfsparsercore::Attribute& attribute) {
+  const auto& records = attribute.GetRecords();
+  if (records.empty() || !records.front() || !records.front()->GetMftRecord()) return attribute.GetSize();
+  uint8_t bytes[8] = {};
+  if (records.front()->GetMftRecord()->Read(bytes, sizeof bytes, records.front()->GetOffset() + kInitializedSizeOffset) <
+      sizeof bytes) {
+    return attribute.GetSize();
+  }
+  return std::min(LoadLe64(bytes), attribute.GetSize());
+}
+
+void ReadStreams(ntfsparsercore::MftRecord& record, uint64_t clusterSize, FileRecordInfo* info) {
+  for (const auto& attribute : record.GetAttributes(kDataType)) {
+    DataStream stream;
+    stream.name = Utf8ToUtf16(attribute->GetName());
+    stream.size = attribute->GetSize();
+    stream.resident = attribute->IsResident();
+    stream.compressed = attribute->IsCompressed();
+    stream.sparse = attribute->IsSparse();
+    stream.attribute = attribute;
+    if (stream.resident) {
+      stream.residentValue = ReadValue(*attribute, stream.size);
+      stream.initializedSize = stream.size;
+    } else {
+      stream.runs = ntfsparsercore::BuildRunList(*attribute, clusterSize);
+      stream.initializedSize = InitializedSize(*attribute);
+    }
+    info->streams.push_back(std::move(stream));
+  }
+}
+
+}  // namespace
+
+const DataStream* FileRecordInfo::UnnamedData() const {
+  for (const DataStream& stream : streams) {
+    if (stream.name.empty()) return &stream;
+  }
+  return nullptr;
+}
+
+uint64_t FileRecordInfo::Size() const {
+  const DataStream* data = UnnamedData();
+  return data ? data->size : 0;
+}
+
+const FileName* FileRecordInfo::PreferredName() const {
+  for (uint8_t ns : kPreferredOrder) {
+    for (const FileName& name : names) {
+      if (name.nameSpace == ns) return &name;
+    }
+  }
+  return nullptr;
+}
+
+std::vector<FileName> FileRecordInfo::ListedNames() const {
+  std::vector<FileName> listed;
+  for (const FileName& name : names) {
+    if (name.nameSpace != kDosNamespace) listed.push_back(name);
+  }
+  return listed;
+}
+
+std::vector<uint8_t> ReadRawRecord(ntfsparsercore::MftTable& table, uint64_t record) {
+  std::vector<uint8_t> raw;
+  if (!table.GetSource()) return raw;
+  const uint64_t size = table.GetRecordSize();
+  raw.resize(static_cast<std::size_t>(size));
+  raw.resize(
+      static_cast<std::size_t>(table.GetSource()->Read(raw.data(), size, table.GetBaseOffset() + record * size)));
+  return raw;
+}
+
+FileRecordInfo ReadFileRecordInfo(ntfsparsercore::MftTable& table, uint64_t clusterSize, uint64_t record) {
+  FileRecordInfo info;
+  info.record = record;
+  info.raw = ReadRawRecord(table, record);
+  info.zero = std::all_of(info.raw.begin(), info.raw.end(), [](uint8_t b) { return b == 0; });
+  if (info.raw.size() >= kSequenceOffset + 2) info.sequence = LoadLe16(&info.raw[kSequenceOffset]);
+  if (info.zero) return info;
+  ErrorRecorder recorder;
+  std::shared_ptr<ntfsparsercore::MftRecord> mft = table.GetRecord(record, false);
+  const bool headerSound = recorder.Records().empty();
+  // The header's checks (signature, fix-up) decide whether the record is
+  // damaged; the attribute walk reports its end marker as well.
+  if (!headerSound) {
+    info.damaged = true;
+    return info;
+  }
+  info.inUse = mft->IsInUse();
+  info.directory = mft->IsDirectory();
+  info.baseRecord = mft->GetBaseRecordNumber();
+  if (info.inUse && info.baseRecord == 0) {
+    ReadStandardInformation(*mft, &info);
+    ReadNames(*mft, &info);
+    ReadStreams(*mft, clusterSize, &info);
+  }
+  return info;
+}
+
+}  // namespace tolvarcli
