@@ -23,9 +23,9 @@ struct FileChange {
 
   Kind kind = kMetadata;
   uint64_t record = 0;
-  uint16_t sequence = 0;   // of the newer version; of the older for a deleted file
-  std::string path;        // in the newer snapshot; in the older for a deleted file
-  std::string oldPath;     // in the older snapshot, for a renamed file
+  uint16_t sequence = 0;                        // of the newer version; of the older for a deleted file
+  std::string path;                             // in the newer snapshot; in the older for a deleted file
+  std::string oldPath;                          // in the older snapshot, for a renamed file
   std::shared_ptr<const FileRecordInfo> older;  // the older version; null for an added file
   std::shared_ptr<const FileRecordInfo> newer;  // the newer version; null for a deleted file
 

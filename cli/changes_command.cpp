@@ -45,7 +45,8 @@ void PrintJson(const std::string& volume, const std::string& from, const std::st
     const bool directory = (c.newer ? c.newer : c.older)->directory;
     line += std::string(", \"directory\": ") + (directory ? "true" : "false");
     line += ", \"size\": " + JsonSize(c.newer) + ", \"old_size\": " + JsonSize(c.older);
-    for (int t = 0; t < FileRecordInfo::kTimeCount; ++t) line += ", \"" + std::string(kTimeNames[t]) + "\": " + JsonTime(c.newer, t);
+    for (int t = 0; t < FileRecordInfo::kTimeCount; ++t)
+      line += ", \"" + std::string(kTimeNames[t]) + "\": " + JsonTime(c.newer, t);
     for (int t = 0; t < FileRecordInfo::kTimeCount; ++t) {
       line += ", \"old_" + std::string(kTimeNames[t]) + "\": " + JsonTime(c.older, t);
     }
@@ -100,7 +101,10 @@ void PrintBodyfile(const std::vector<FileChange>& changes) {
     for (char& ch : name) {
       if (ch == '|') ch = '_';
     }
-    auto time = [&info](int t) { return static_cast<long long>(info.hasTimes ? FileTimeUnix(info.times[t]) : 0); };
+    // A time never set (0, the year 1601) is 0 here too, which mactime leaves out.
+    auto time = [&info](int t) {
+      return static_cast<long long>(info.hasTimes && info.times[t] != 0 ? FileTimeUnix(info.times[t]) : 0);
+    };
     std::printf("0|%s|%llu-%u|%s|0|0|%llu|%lld|%lld|%lld|%lld\n", name.c_str(),
                 static_cast<unsigned long long>(c.record), static_cast<unsigned>(c.sequence),
                 info.directory ? "d/drwxrwxrwx" : "r/rrwxrwxrwx", static_cast<unsigned long long>(info.Size()),
@@ -139,7 +143,8 @@ int ChangesCommand::Run(const CommandLine& arguments) {
   ChangeFinder finder(older, newer);
   const tolvarcore::BitMap& changed = *views.Changed();
   std::vector<uint64_t> damaged;
-  std::vector<FileChange> changes = finder.Compare(finder.RecordsInBlocks(changed, SnapshotViews::kBlockSize), &damaged);
+  std::vector<FileChange> changes =
+      finder.Compare(finder.RecordsInBlocks(changed, SnapshotViews::kBlockSize), &damaged);
   if (arguments.Has("--content")) finder.AddContentChanges(changed, SnapshotViews::kBlockSize, &changes, &damaged);
   if (arguments.Has("--json")) {
     PrintJson(volume, from, to, changes);

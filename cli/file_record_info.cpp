@@ -1,6 +1,7 @@
 #include "cli/file_record_info.h"
 
 #include <algorithm>
+#include <map>
 
 #include "api/error_recorder.h"
 #include "cli/up_case_table.h"
@@ -24,7 +25,7 @@ constexpr uint32_t kDataType = 0x80;
 constexpr uint64_t kSequenceOffset = 16;  // 2 bytes: sequence number
 
 // $STANDARD_INFORMATION value.
-constexpr uint64_t kTimesOffset = 0;  // four 8-byte FILETIMEs
+constexpr uint64_t kTimesOffset = 0;        // four 8-byte FILETIMEs
 constexpr uint64_t kAttributesOffset = 32;  // 4 bytes: file attribute flags
 constexpr uint64_t kStandardInformationSize = 36;
 
@@ -73,7 +74,8 @@ void ReadNames(ntfsparsercore::MftRecord& record, FileRecordInfo* info) {
     name.parentSequence = static_cast<uint16_t>(reference >> kReferenceSequenceShift);
     name.nameSpace = value[kNamespaceOffset];
     const std::size_t units = std::min<std::size_t>(value[kNameLengthOffset], (value.size() - kNameOffset) / 2);
-    for (std::size_t i = 0; i < units; ++i) name.name.push_back(static_cast<char16_t>(LoadLe16(&value[kNameOffset + 2 * i])));
+    for (std::size_t i = 0; i < units; ++i)
+      name.name.push_back(static_cast<char16_t>(LoadLe16(&value[kNameOffset + 2 * i])));
     info->names.push_back(name);
   }
 }
@@ -82,15 +84,41 @@ uint64_t InitializedSize(const ntfsparsercore::Attribute& attribute) {
   const auto& records = attribute.GetRecords();
   if (records.empty() || !records.front() || !records.front()->GetMftRecord()) return attribute.GetSize();
   uint8_t bytes[8] = {};
-  if (records.front()->GetMftRecord()->Read(bytes, sizeof bytes, records.front()->GetOffset() + kInitializedSizeOffset) <
-      sizeof bytes) {
+  if (records.front()->GetMftRecord()->Read(bytes, sizeof bytes,
+                                            records.front()->GetOffset() + kInitializedSizeOffset) < sizeof bytes) {
     return attribute.GetSize();
   }
   return std::min(LoadLe64(bytes), attribute.GetSize());
 }
 
-void ReadStreams(ntfsparsercore::MftRecord& record, uint64_t clusterSize, FileRecordInfo* info) {
+// The $DATA attributes of record, one per name. Gathered through an
+// attribute list, the extents of one stream can come as several attributes
+// (one per attribute id): they are joined here in order of starting VCN.
+std::vector<std::shared_ptr<ntfsparsercore::Attribute>> DataAttributes(ntfsparsercore::MftRecord& record) {
+  std::vector<std::shared_ptr<ntfsparsercore::Attribute>> joined;
+  std::map<std::string, ntfsparsercore::Attribute::RecordList> extents;
+  std::vector<std::string> order;
+  std::shared_ptr<ntfsparsercore::attributes::readers::ReadersFactory> readers;
   for (const auto& attribute : record.GetAttributes(kDataType)) {
+    readers = attribute->GetReadersFactory();
+    auto& list = extents[attribute->GetName()];
+    if (list.empty()) order.push_back(attribute->GetName());
+    list.insert(list.end(), attribute->GetRecords().begin(), attribute->GetRecords().end());
+  }
+  for (const std::string& name : order) {
+    auto& list = extents[name];
+    std::stable_sort(list.begin(), list.end(),
+                     [](const std::shared_ptr<ntfsparsercore::AttributeRecord>& a,
+                        const std::shared_ptr<ntfsparsercore::AttributeRecord>& b) {
+                       return !a->IsResident() && !b->IsResident() && a->GetStartingVcn() < b->GetStartingVcn();
+                     });
+    joined.push_back(std::make_shared<ntfsparsercore::Attribute>(readers, list));
+  }
+  return joined;
+}
+
+void ReadStreams(ntfsparsercore::MftRecord& record, uint64_t clusterSize, FileRecordInfo* info) {
+  for (const auto& attribute : DataAttributes(record)) {
     DataStream stream;
     stream.name = Utf8ToUtf16(attribute->GetName());
     stream.size = attribute->GetSize();

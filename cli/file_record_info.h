@@ -27,14 +27,14 @@ struct FileName {
 
 // One $DATA attribute.
 struct DataStream {
-  std::u16string name;                            // empty for the unnamed stream
-  uint64_t size = 0;                              // value size
-  uint64_t initializedSize = 0;                   // bytes written; the rest reads as zeros
-  bool resident = true;                           // value inside the record
-  bool compressed = false;                        // LZNT1 compression units
-  bool sparse = false;                            // may have unallocated runs
-  std::vector<uint8_t> residentValue;             // the value, when resident
-  ntfsparsercore::RunList runs;                   // the runs, when not
+  std::u16string name;                                   // empty for the unnamed stream
+  uint64_t size = 0;                                     // value size
+  uint64_t initializedSize = 0;                          // bytes written; the rest reads as zeros
+  bool resident = true;                                  // value inside the record
+  bool compressed = false;                               // LZNT1 compression units
+  bool sparse = false;                                   // may have unallocated runs
+  std::vector<uint8_t> residentValue;                    // the value, when resident
+  ntfsparsercore::RunList runs;                          // the runs, when not
   std::shared_ptr<ntfsparsercore::Attribute> attribute;  // for reading the value
 };
 
@@ -56,10 +56,10 @@ struct FileRecordInfo {
   uint64_t baseRecord = 0;   // the base record of an extension record; 0 for a base record
   std::vector<uint8_t> raw;  // the record's bytes as stored
   std::vector<FileName> names;
-  bool hasTimes = false;                // $STANDARD_INFORMATION was read
+  bool hasTimes = false;                      // $STANDARD_INFORMATION was read
   uint64_t times[kTimeCount] = {0, 0, 0, 0};  // Windows FILETIMEs
-  uint32_t attributes = 0;              // file attribute flags
-  std::vector<DataStream> streams;      // every $DATA attribute, in the parser's order
+  uint32_t attributes = 0;                    // file attribute flags
+  std::vector<DataStream> streams;            // every $DATA attribute, in the parser's order
 
   // The unnamed data stream, or null.
   const DataStream* UnnamedData() const;

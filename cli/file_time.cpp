@@ -26,9 +26,7 @@ void CivilFromDays(int64_t days, int64_t* year, unsigned* month, unsigned* day) 
 
 }  // namespace
 
-int64_t FileTimeUnix(uint64_t fileTime) {
-  return static_cast<int64_t>(fileTime / kTicksPerSecond) - kUnixEpochSeconds;
-}
+int64_t FileTimeUnix(uint64_t fileTime) { return static_cast<int64_t>(fileTime / kTicksPerSecond) - kUnixEpochSeconds; }
 
 std::string FileTimeIso(uint64_t fileTime) {
   const int64_t seconds = FileTimeUnix(fileTime);

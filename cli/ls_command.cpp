@@ -19,9 +19,9 @@ namespace {
 
 // The listing's options and what it met.
 struct Listing {
-  bool longForm = false;           // -l
-  bool recursive = false;          // -r
-  std::vector<uint64_t> damaged;   // records left out
+  bool longForm = false;          // -l
+  bool recursive = false;         // -r
+  std::vector<uint64_t> damaged;  // records left out
 };
 
 void PrintLine(const Listing& listing, const FileRecordInfo& info, const std::string& name, uint64_t size,

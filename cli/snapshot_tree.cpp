@@ -97,9 +97,8 @@ std::vector<SnapshotTree::Entry> SnapshotTree::List(uint64_t directory, std::vec
       if (name.parent == directory && number != directory) entries.push_back(Entry{name.name, info});
     }
   }
-  std::sort(entries.begin(), entries.end(), [this](const Entry& a, const Entry& b) {
-    return upCase_.Fold(a.name) < upCase_.Fold(b.name);
-  });
+  std::sort(entries.begin(), entries.end(),
+            [this](const Entry& a, const Entry& b) { return upCase_.Fold(a.name) < upCase_.Fold(b.name); });
   return entries;
 }
 

@@ -33,7 +33,7 @@ class SnapshotTree {
   // What a path names: a record and, after "name:stream", a stream name.
   struct Found {
     std::shared_ptr<const FileRecordInfo> info;
-    std::u16string stream;  // empty for the unnamed stream
+    std::u16string stream;   // empty for the unnamed stream
     bool hasStream = false;  // the path named a stream
   };
 
@@ -76,7 +76,7 @@ class SnapshotTree {
 
   std::shared_ptr<ntfsparsercore::NtfsVolume> volume_;
   std::shared_ptr<ntfsparsercore::attributes::readers::ReadersFactory> readers_;  // for the records of mft_
-  std::unique_ptr<ntfsparsercore::MftTable> mft_;  // the MFT, read through its runs
+  std::unique_ptr<ntfsparsercore::MftTable> mft_;                                 // the MFT, read through its runs
   UpCaseTable upCase_;
   std::map<uint64_t, std::shared_ptr<const FileRecordInfo>> infos_;  // records read so far
   std::map<uint64_t, std::string> paths_;                            // paths worked out so far

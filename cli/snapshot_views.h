@@ -40,7 +40,7 @@ class SnapshotViews {
   std::shared_ptr<tolvarcore::BitMap> Changed() const;
 
  private:
-  std::unique_ptr<tolvarcore::VolumeProvider> provider_;  // opens the volume, its store and shadow copies
+  std::unique_ptr<tolvarcore::VolumeProvider> provider_;   // opens the volume, its store and shadow copies
   std::unique_ptr<tolvarcore::BlockProcessor> processor_;  // the changed blocks of a pair
   std::shared_ptr<ntfsparsercore::io::ISource> single_;    // the one shadow copy of OpenOne
   std::shared_ptr<ntfsparsercore::NtfsVolume> older_;

@@ -1,6 +1,7 @@
 // Writes a data stream's value as a file of that snapshot holds it:
-// resident values, plain and sparse runs, LZNT1 compression units, and
-// zeros past the initialized size.
+// resident values, plain and sparse runs, LZNT1 compression units (the
+// stored clusters of one unit may lie in several runs), and zeros past the
+// initialized size.
 #ifndef TOLVAR_CLI_STREAM_COPIER_H_
 #define TOLVAR_CLI_STREAM_COPIER_H_
 
@@ -15,7 +16,7 @@ namespace tolvarcli {
 
 class StreamCopier {
  public:
-  // Bytes read from the volume at a time, for plain runs.
+  // Bytes read from the volume at a time, for plain values.
   static constexpr uint64_t kChunkSize = 1 << 20;
 
   enum Result { kCopied, kReadFailed, kWriteFailed };
