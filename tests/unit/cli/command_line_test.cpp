@@ -80,5 +80,25 @@ TEST(CommandLineTest, BlockSizeDefaultsAndRejectsText) {
   }
 }
 
+TEST(CommandLineTest, OptionalPositionalsAndOneLetterFlags) {
+  const CommandLine::Grammar ls{2, {"-l", "-r"}, {}, 1};
+  CommandLine both;
+  std::string error;
+  ASSERT_TRUE(both.Parse({"vol", "-l", "id", "/Dir", "-r"}, ls, &error)) << error;
+  EXPECT_EQ(both.PositionalCount(), 3u);
+  EXPECT_EQ(both.Positional(2), "/Dir");
+  EXPECT_TRUE(both.Has("-l"));
+  EXPECT_TRUE(both.Has("-r"));
+  CommandLine without;
+  ASSERT_TRUE(without.Parse({"vol", "id"}, ls, &error)) << error;
+  EXPECT_EQ(without.PositionalCount(), 2u);
+  CommandLine tooMany;
+  EXPECT_FALSE(tooMany.Parse({"vol", "id", "/a", "/b"}, ls, &error));
+  EXPECT_EQ(error, "expected 2 to 3 arguments, got 4");
+  CommandLine unknown;
+  EXPECT_FALSE(unknown.Parse({"vol", "id", "-x"}, ls, &error));
+  EXPECT_EQ(error, "unknown option -x");
+}
+
 }  // namespace
 }  // namespace tolvarcli
