@@ -14,6 +14,7 @@
 #include "cli/exit_code.h"
 #include "cli/block_codec.h"
 #include "cli/block_hash.h"
+#include "cli/library_path.h"
 #include "cli/image_probe.h"
 #include "cli/increment_writer.h"
 #include "cli/progress_meter.h"
@@ -172,7 +173,7 @@ int BackupCommand::Run(const CommandLine& arguments) {
   TrackingSession session;
   std::vector<uint8_t> bitmap;
   if (!session.OpenChangedBlocks(volume, from, to, blockSize, arguments.Has("--extra-pass"),
-                                 arguments.Values("--exclude"), &bitmap)) {
+                                 LibraryPath::Convert(volume, to, arguments.Values("--exclude")), &bitmap)) {
     return kExitLibrary;
   }
   const uint64_t volumeSize = VolumeSize(volume);

@@ -8,17 +8,20 @@
 #include "cli/exit_code.h"
 #include "cli/snapshot_tree.h"
 #include "cli/snapshot_views.h"
+#include "cli/volume_selection.h"
 #include "cli/stream_copier.h"
 #include "cli/terminal.h"
 
 namespace tolvarcli {
 
-CommandLine::Grammar CatCommand::Grammar() { return {3, {}, {}}; }
+CommandLine::Grammar CatCommand::Grammar() { return VolumeSelection::WithOptions({3, {}, {}}); }
 
 int CatCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
   const std::string& snapshot = arguments.Positional(1);
   const std::string& path = arguments.Positional(2);
+  std::string volume;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
   SnapshotViews views;
   if (!views.OpenOne(volume, snapshot)) return kExitLibrary;
   SnapshotTree tree(views.Newer());

@@ -13,6 +13,7 @@
 #include "cli/json_text.h"
 #include "cli/snapshot_tree.h"
 #include "cli/snapshot_views.h"
+#include "cli/volume_selection.h"
 
 namespace tolvarcli {
 
@@ -125,10 +126,11 @@ void PrintTable(const std::vector<FileChange>& changes) {
 
 }  // namespace
 
-CommandLine::Grammar ChangesCommand::Grammar() { return {3, {"--json", "--csv", "--bodyfile", "--content"}, {}}; }
+CommandLine::Grammar ChangesCommand::Grammar() {
+  return VolumeSelection::WithOptions({3, {"--json", "--csv", "--bodyfile", "--content"}, {}});
+}
 
 int ChangesCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
   const std::string& from = arguments.Positional(1);
   const std::string& to = arguments.Positional(2);
   const int formats = arguments.Has("--json") + arguments.Has("--csv") + arguments.Has("--bodyfile");
@@ -136,6 +138,9 @@ int ChangesCommand::Run(const CommandLine& arguments) {
     std::fprintf(stderr, "tolvar changes: --json, --csv and --bodyfile exclude each other\n");
     return kExitUsage;
   }
+  std::string volume;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
   SnapshotViews views;
   if (!views.OpenPair(volume, from, to)) return kExitLibrary;
   SnapshotTree older(views.Older());
@@ -147,7 +152,7 @@ int ChangesCommand::Run(const CommandLine& arguments) {
       finder.Compare(finder.RecordsInBlocks(changed, SnapshotViews::kBlockSize), &damaged);
   if (arguments.Has("--content")) finder.AddContentChanges(changed, SnapshotViews::kBlockSize, &changes, &damaged);
   if (arguments.Has("--json")) {
-    PrintJson(volume, from, to, changes);
+    PrintJson(arguments.Positional(0), from, to, changes);
   } else if (arguments.Has("--csv")) {
     PrintCsv(changes);
   } else if (arguments.Has("--bodyfile")) {

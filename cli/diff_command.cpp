@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "cli/exit_code.h"
+#include "cli/library_path.h"
 #include "cli/json_text.h"
 #include "cli/output_file.h"
 #include "cli/tracking_session.h"
@@ -46,7 +47,7 @@ int DiffCommand::Run(const CommandLine& arguments) {
   TrackingSession session;
   std::vector<uint8_t> bitmap;
   if (!session.OpenChangedBlocks(volume, from, to, blockSize, arguments.Has("--extra-pass"),
-                                 arguments.Values("--exclude"), &bitmap)) {
+                                 LibraryPath::Convert(volume, to, arguments.Values("--exclude")), &bitmap)) {
     return kExitLibrary;
   }
 

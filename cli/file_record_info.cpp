@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <map>
 
-#include "api/error_recorder.h"
+#include "common/error_recorder.h"
 #include "cli/up_case_table.h"
 #include "ntfsparsercore/attributes/readers/i_reader.h"
+#include "ntfsparsercore/file_name_value.h"
+#include "ntfsparsercore/ntfs_format.h"
 #include "ntfsparsercore/io/little_endian.h"
 #include "ntfsparsercore/mft_record.h"
 
@@ -17,9 +19,7 @@ using ntfsparsercore::io::LoadLe16;
 using ntfsparsercore::io::LoadLe32;
 using ntfsparsercore::io::LoadLe64;
 
-constexpr uint32_t kStandardInformationType = 0x10;
-constexpr uint32_t kFileNameType = 0x30;
-constexpr uint32_t kDataType = 0x80;
+using ntfsparsercore::FileNameValue;
 
 // File record header.
 constexpr uint64_t kSequenceOffset = 16;  // 2 bytes: sequence number
@@ -29,16 +29,8 @@ constexpr uint64_t kTimesOffset = 0;        // four 8-byte FILETIMEs
 constexpr uint64_t kAttributesOffset = 32;  // 4 bytes: file attribute flags
 constexpr uint64_t kStandardInformationSize = 36;
 
-// $FILE_NAME value.
-constexpr uint64_t kFileNameHeaderSize = 66;
-constexpr uint64_t kParentReferenceOffset = 0;  // 8 bytes: record in the low 48 bits, sequence above
-constexpr uint64_t kNameLengthOffset = 64;      // 1 byte: UTF-16 code units
-constexpr uint64_t kNamespaceOffset = 65;       // 1 byte
-constexpr uint64_t kNameOffset = 66;
-
 // Non-resident attribute header.
 constexpr uint64_t kInitializedSizeOffset = 0x38;  // 8 bytes
-constexpr uint64_t kReferenceSequenceShift = 48;
 
 // Namespaces in the order a name is preferred for display.
 constexpr uint8_t kPreferredOrder[] = {FileRecordInfo::kPosixNamespace, FileRecordInfo::kWin32Namespace,
@@ -54,7 +46,7 @@ std::vector<uint8_t> ReadValue(const ntfsparsercore::Attribute& attribute, uint6
 }
 
 void ReadStandardInformation(ntfsparsercore::MftRecord& record, FileRecordInfo* info) {
-  for (const auto& attribute : record.GetAttributes(kStandardInformationType)) {
+  for (const auto& attribute : record.GetAttributes(ntfsparsercore::format::kAttributeStandardInformation)) {
     const std::vector<uint8_t> value = ReadValue(*attribute, kStandardInformationSize);
     if (value.size() < kStandardInformationSize) continue;
     for (int t = 0; t < FileRecordInfo::kTimeCount; ++t) info->times[t] = LoadLe64(&value[kTimesOffset + 8 * t]);
@@ -65,17 +57,18 @@ void ReadStandardInformation(ntfsparsercore::MftRecord& record, FileRecordInfo* 
 }
 
 void ReadNames(ntfsparsercore::MftRecord& record, FileRecordInfo* info) {
-  for (const auto& attribute : record.GetAttributes(kFileNameType)) {
-    const std::vector<uint8_t> value = ReadValue(*attribute, kFileNameHeaderSize + 2 * 255);
-    if (value.size() < kFileNameHeaderSize) continue;
-    const uint64_t reference = LoadLe64(&value[kParentReferenceOffset]);
+  for (const auto& attribute : record.GetAttributes(ntfsparsercore::format::kAttributeFileName)) {
+    const std::vector<uint8_t> value = ReadValue(*attribute, FileNameValue::kHeaderSize + 2 * 255);
+    if (value.size() < FileNameValue::kHeaderSize) continue;
+    const uint64_t reference = LoadLe64(&value[FileNameValue::kParentReference]);
     FileName name;
-    name.parent = reference & ntfsparsercore::MftRecord::kRecordNumberMask;
-    name.parentSequence = static_cast<uint16_t>(reference >> kReferenceSequenceShift);
-    name.nameSpace = value[kNamespaceOffset];
-    const std::size_t units = std::min<std::size_t>(value[kNameLengthOffset], (value.size() - kNameOffset) / 2);
+    name.parent = reference & ntfsparsercore::format::kFileReferenceRecordMask;
+    name.parentSequence = static_cast<uint16_t>(reference >> ntfsparsercore::format::kFileReferenceSequenceShift);
+    name.nameSpace = value[FileNameValue::kNamespace];
+    const std::size_t units =
+        std::min<std::size_t>(value[FileNameValue::kNameLength], (value.size() - FileNameValue::kName) / 2);
     for (std::size_t i = 0; i < units; ++i)
-      name.name.push_back(static_cast<char16_t>(LoadLe16(&value[kNameOffset + 2 * i])));
+      name.name.push_back(static_cast<char16_t>(LoadLe16(&value[FileNameValue::kName + 2 * i])));
     info->names.push_back(name);
   }
 }
@@ -99,7 +92,7 @@ std::vector<std::shared_ptr<ntfsparsercore::Attribute>> DataAttributes(ntfsparse
   std::map<std::string, ntfsparsercore::Attribute::RecordList> extents;
   std::vector<std::string> order;
   std::shared_ptr<ntfsparsercore::attributes::readers::ReadersFactory> readers;
-  for (const auto& attribute : record.GetAttributes(kDataType)) {
+  for (const auto& attribute : record.GetAttributes(ntfsparsercore::format::kAttributeData)) {
     readers = attribute->GetReadersFactory();
     auto& list = extents[attribute->GetName()];
     if (list.empty()) order.push_back(attribute->GetName());
@@ -185,7 +178,7 @@ FileRecordInfo ReadFileRecordInfo(ntfsparsercore::MftTable& table, uint64_t clus
   info.zero = std::all_of(info.raw.begin(), info.raw.end(), [](uint8_t b) { return b == 0; });
   if (info.raw.size() >= kSequenceOffset + 2) info.sequence = LoadLe16(&info.raw[kSequenceOffset]);
   if (info.zero) return info;
-  ErrorRecorder recorder;
+  tolvarcommon::ErrorRecorder recorder;
   std::shared_ptr<ntfsparsercore::MftRecord> mft = table.GetRecord(record, false);
   const bool headerSound = recorder.Records().empty();
   // The header's checks (signature, fix-up) decide whether the record is

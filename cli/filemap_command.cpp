@@ -9,6 +9,7 @@
 #include "cli/block_ranges.h"
 #include "cli/exit_code.h"
 #include "cli/json_text.h"
+#include "cli/library_path.h"
 #include "cli/tracking_session.h"
 #include "cli/volume_selection.h"
 
@@ -33,10 +34,13 @@ int FilemapCommand::Run(const CommandLine& arguments) {
   if (!arguments.BlockSize(kDefaultBlockSize, &blockSize)) return kExitUsage;
   const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
   if (resolved != kExitOk) return resolved;
+  // Found in any case before the handle is opened: the lookup reads the
+  // newer shadow copy on its own.
+  const std::string libraryPath = LibraryPath::Convert(volume, to, {path}).front();
   TrackingSession session;
   if (session.Open(volume, from, to, blockSize, false) != 0) return kExitLibrary;
   std::vector<uint8_t> map;
-  if (session.FileMap(path, &map) != 0) return kExitLibrary;
+  if (session.FileMap(libraryPath, &map) != 0) return kExitLibrary;
 
   // The map holds one bit per block of the file, rounded up to whole bytes:
   // its bit count is the file's block count to within seven.

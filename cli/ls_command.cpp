@@ -12,6 +12,7 @@
 #include "cli/file_time.h"
 #include "cli/snapshot_tree.h"
 #include "cli/snapshot_views.h"
+#include "cli/volume_selection.h"
 
 namespace tolvarcli {
 
@@ -53,12 +54,14 @@ void ListDirectory(SnapshotTree& tree, uint64_t directory, const std::string& pr
 
 }  // namespace
 
-CommandLine::Grammar LsCommand::Grammar() { return {2, {"-l", "-r"}, {}, 1}; }
+CommandLine::Grammar LsCommand::Grammar() { return VolumeSelection::WithOptions({2, {"-l", "-r"}, {}, 1}); }
 
 int LsCommand::Run(const CommandLine& arguments) {
-  const std::string& volume = arguments.Positional(0);
   const std::string& snapshot = arguments.Positional(1);
   const std::string path = arguments.PositionalCount() > 2 ? arguments.Positional(2) : "/";
+  std::string volume;
+  const int resolved = VolumeSelection::Resolve(arguments.Positional(0), arguments, &volume);
+  if (resolved != kExitOk) return resolved;
   SnapshotViews views;
   if (!views.OpenOne(volume, snapshot)) return kExitLibrary;
   SnapshotTree tree(views.Newer());

@@ -4,7 +4,7 @@
 #include <cctype>
 #include <set>
 
-#include "api/error_recorder.h"
+#include "common/error_recorder.h"
 #include "cli/run_source.h"
 #include "ntfsparsercore/path_lookup.h"
 
@@ -47,7 +47,7 @@ SnapshotTree::SnapshotTree(std::shared_ptr<ntfsparsercore::NtfsVolume> volume)
   ntfsparsercore::RunList runs;
   uint64_t size = 0;
   if (table) {
-    ErrorRecorder recorder;
+    tolvarcommon::ErrorRecorder recorder;
     ntfsparsercore::MftTable first(volume_.get(), table->GetSource(), readers_, table->GetBaseOffset(), recordSize);
     const FileRecordInfo mft = ReadFileRecordInfo(first, volume_->GetClusterSize(), kMftRecord);
     if (const DataStream* data = mft.UnnamedData()) {
@@ -78,7 +78,7 @@ std::vector<SnapshotTree::Entry> SnapshotTree::List(uint64_t directory, std::vec
   std::vector<uint64_t> numbers;
   {
     // The parser's messages about the index are not the command's to show.
-    ErrorRecorder recorder;
+    tolvarcommon::ErrorRecorder recorder;
     numbers = ntfsparsercore::ListDirectory(mft_->GetRecord(directory, true));
   }
   std::set<uint64_t> seen;
@@ -176,7 +176,7 @@ std::string SnapshotTree::LibraryPathOf(const std::string& path) {
   for (const std::string& component : SplitPath(path)) {
     std::shared_ptr<const FileRecordInfo> child = FindChild(directory, Utf8ToUtf16(component));
     if (!child) return AsciiLower(path);
-    ErrorRecorder recorder;
+    tolvarcommon::ErrorRecorder recorder;
     result += "/" + AsciiLower(ntfsparsercore::GetFileName(mft_->GetRecord(child->record, true)));
     directory = child->record;
   }

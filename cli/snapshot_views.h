@@ -11,6 +11,7 @@
 #include "core/bit_map.h"
 #include "core/block_processor.h"
 #include "core/volume_provider.h"
+#include "core/vss/store_format.h"
 #include "ntfsparsercore/ntfs_volume.h"
 
 namespace tolvarcli {
@@ -18,7 +19,7 @@ namespace tolvarcli {
 class SnapshotViews {
  public:
   // Block size of the changed map: the store's own block.
-  static constexpr uint64_t kBlockSize = tolvarcore::BlockProcessor::kStoreBlockSize;
+  static constexpr uint64_t kBlockSize = tolvarcore::vss::format::kBlockSize;
   // MFT page cache of each NTFS view, as the exports use.
   static constexpr uint64_t kNtfsCacheBytes = 52428800;
 
@@ -28,8 +29,9 @@ class SnapshotViews {
   SnapshotViews& operator=(const SnapshotViews&) = delete;
 
   // The NTFS view of shadow copy id of volume. False after printing the
-  // library's messages and what failed on stderr.
-  bool OpenOne(const std::string& volume, const std::string& id);
+  // library's messages and what failed on stderr, or with quiet after
+  // printing nothing.
+  bool OpenOne(const std::string& volume, const std::string& id, bool quiet = false);
   // The NTFS views of from (older) and to (newer) and the changed blocks
   // between them. False after printing, as OpenOne.
   bool OpenPair(const std::string& volume, const std::string& from, const std::string& to);
@@ -40,6 +42,10 @@ class SnapshotViews {
   std::shared_ptr<tolvarcore::BitMap> Changed() const;
 
  private:
+  // Prints the queue and what failed, unless quiet_; then drops the queue.
+  bool Failed(const std::string& what);
+
+  bool quiet_ = false;                                     // OpenOne prints nothing
   std::unique_ptr<tolvarcore::VolumeProvider> provider_;   // opens the volume, its store and shadow copies
   std::unique_ptr<tolvarcore::BlockProcessor> processor_;  // the changed blocks of a pair
   std::shared_ptr<ntfsparsercore::io::ISource> single_;    // the one shadow copy of OpenOne

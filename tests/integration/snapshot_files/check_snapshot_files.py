@@ -356,14 +356,31 @@ def check_nothing_missed(mine, older, newer):
             raise Failure("record %d was deleted but is not listed" % record)
 
 
+def check_any_case(cli, volume, older_id, newer_id, image):
+    """filemap and --exclude find files given in other case, as in lower case."""
+    files = [e for e in image.entries if e["stream"] is None and not e["directory"] and e["type"] == 128
+             and not e["path"].startswith("$") and not e["path"].startswith(STORE_FOLDER)][:6]
+    for entry in files:
+        lower, upper = "/" + entry["path"].lower(), "/" + entry["path"].upper()
+        given = tolvar(cli, "filemap", volume, older_id, newer_id, upper).stdout
+        if given != tolvar(cli, "filemap", volume, older_id, newer_id, lower).stdout:
+            raise Failure("filemap %s differs from filemap %s" % (upper, lower))
+    args_upper = sum((["--exclude", "/" + e["path"].upper()] for e in files), [])
+    args_lower = sum((["--exclude", "/" + e["path"].lower()] for e in files), [])
+    upper = tolvar(cli, "diff", volume, older_id, newer_id, "--json", *args_upper).stdout
+    if upper != tolvar(cli, "diff", volume, older_id, newer_id, "--json", *args_lower).stdout:
+        raise Failure("diff --exclude in upper case differs from lower case")
+    print("any case: filemap and --exclude of %d files in upper case equal lower case" % len(files))
+
+
 def check_failures(cli, volume, snapshot, image, work):
     completed = tolvar(cli, "cat", volume, snapshot, "/no/such/file.txt", check=False)
-    expect(completed, 5, "tolvar: no such file or directory in this snapshot: /no/such/file.txt\n")
+    expect(completed, 7, "tolvar: no such file or directory in this snapshot: /no/such/file.txt\n")
     directory = next(e for e in image.entries if e["directory"] and "/" not in e["path"] and not e["path"].startswith("$"))
     completed = tolvar(cli, "cat", volume, snapshot, "/" + directory["path"], check=False)
-    expect(completed, 5, "tolvar: is a directory: /%s\n" % directory["path"])
+    expect(completed, 7, "tolvar: is a directory: /%s\n" % directory["path"])
     completed = tolvar(cli, "ls", volume, snapshot, "/no-such-dir", check=False)
-    expect(completed, 5, "tolvar: no such file or directory in this snapshot: /no-such-dir\n")
+    expect(completed, 7, "tolvar: no such file or directory in this snapshot: /no-such-dir\n")
     completed = tolvar(cli, "ls", volume, "00000000-0000-0000-0000-000000000001", check=False)
     if completed.returncode != 2 or b"no shadow copy 00000000-0000-0000-0000-000000000001" not in completed.stderr:
         raise Failure("ls of an unknown snapshot: exit %d, %s" % (completed.returncode, completed.stderr))
@@ -408,7 +425,7 @@ def check_damaged(cli, volume, snapshot, image, work, kept_blocks):
         handle.write(b"XXXX")
     completed = tolvar(cli, "ls", damaged, snapshot, check=False)
     message = "tolvar: MFT record %d is damaged; left out of the listing\n" % victim["record"]
-    if completed.returncode != 6 or completed.stderr.decode() != message:
+    if completed.returncode != 8 or completed.stderr.decode() != message:
         raise Failure("damaged record: exit %d, %r" % (completed.returncode, completed.stderr.decode()))
     listed = completed.stdout.decode().splitlines()
     if victim["path"] in listed or len(listed) < 3:
@@ -436,6 +453,7 @@ def built(args):
     for i in range(len(snapshots) - 1):
         check_changes(args.cli, volume, snapshots[i]["shadow_copy_id"], snapshots[i + 1]["shadow_copy_id"],
                       images[i], images[i + 1])
+    check_any_case(args.cli, volume, snapshots[0]["shadow_copy_id"], snapshots[-1]["shadow_copy_id"], images[-1])
     check_failures(args.cli, volume, snapshots[-1]["shadow_copy_id"], images[-1], args.work)
     check_damaged(args.cli, volume, snapshots[-1]["shadow_copy_id"], images[-1], args.work,
                   set(snapshots[-1]["changed_block_offsets"]))

@@ -19,9 +19,10 @@ std::unique_ptr<tolvartest::MemoryVolume> PatternVolume() {
 TEST(RunSourceTest, AReadCrossingRunsContinuesInTheNextRun) {
   auto volume = PatternVolume();
   // Clusters 10-11, then 3, then two unallocated, then 40.
-  RunSource source(volume.get(),
-                   {{10 * kCluster, 2 * kCluster}, {3 * kCluster, kCluster}, {0, 2 * kCluster}, {40 * kCluster, kCluster}},
-                   6 * kCluster - 100);
+  RunSource source(
+      volume.get(),
+      {{10 * kCluster, 2 * kCluster}, {3 * kCluster, kCluster}, {0, 2 * kCluster}, {40 * kCluster, kCluster}},
+      6 * kCluster - 100);
   std::vector<uint8_t> out(1024, 0xAA);
   // From 100 bytes before the end of the first run into the second.
   ASSERT_EQ(source.Read(out.data(), 300, 2 * kCluster - 100), 300u);

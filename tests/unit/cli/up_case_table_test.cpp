@@ -41,16 +41,23 @@ TEST(UpCaseTableTest, AShortTableFoldsTheRestToThemselves) {
 }
 
 TEST(UpCaseTableTest, Utf8BecomesUtf16AndBack) {
-  const std::string text = "\xc3\xbcn\xc3\xaf" "c\xc3\xb6" "d\xc3\xa9/\xe6\x97\xa5\xe6\x9c\xac/\xf0\x9f\x98\x80";
+  const std::string text =
+      "\xc3\xbcn\xc3\xaf"
+      "c\xc3\xb6"
+      "d\xc3\xa9/\xe6\x97\xa5\xe6\x9c\xac/\xf0\x9f\x98\x80";
   const std::u16string units = Utf8ToUtf16(text);
   EXPECT_EQ(units, u"\u00fcn\u00efc\u00f6d\u00e9/\u65e5\u672c/\U0001F600");
   EXPECT_EQ(Utf16ToUtf8(units), text);
 }
 
 TEST(UpCaseTableTest, BrokenUtf8BecomesReplacementCharacters) {
-  EXPECT_EQ(Utf8ToUtf16("a\xff" "b"), u"a\ufffdb");
+  EXPECT_EQ(Utf8ToUtf16("a\xff"
+                        "b"),
+            u"a\ufffdb");
   EXPECT_EQ(Utf8ToUtf16("\xc3"), u"\ufffd");
-  EXPECT_EQ(Utf8ToUtf16("\xe6\x97" "x"), u"\ufffd\ufffdx");
+  EXPECT_EQ(Utf8ToUtf16("\xe6\x97"
+                        "x"),
+            u"\ufffd\ufffdx");
 }
 
 }  // namespace
