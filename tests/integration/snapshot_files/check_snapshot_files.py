@@ -375,12 +375,12 @@ def check_any_case(cli, volume, older_id, newer_id, image):
 
 def check_failures(cli, volume, snapshot, image, work):
     completed = tolvar(cli, "cat", volume, snapshot, "/no/such/file.txt", check=False)
-    expect(completed, 7, "tolvar: no such file or directory in this snapshot: /no/such/file.txt\n")
+    expect(completed, 8, "tolvar: no such file or directory in this snapshot: /no/such/file.txt\n")
     directory = next(e for e in image.entries if e["directory"] and "/" not in e["path"] and not e["path"].startswith("$"))
     completed = tolvar(cli, "cat", volume, snapshot, "/" + directory["path"], check=False)
-    expect(completed, 7, "tolvar: is a directory: /%s\n" % directory["path"])
+    expect(completed, 8, "tolvar: is a directory: /%s\n" % directory["path"])
     completed = tolvar(cli, "ls", volume, snapshot, "/no-such-dir", check=False)
-    expect(completed, 7, "tolvar: no such file or directory in this snapshot: /no-such-dir\n")
+    expect(completed, 8, "tolvar: no such file or directory in this snapshot: /no-such-dir\n")
     completed = tolvar(cli, "ls", volume, "00000000-0000-0000-0000-000000000001", check=False)
     if completed.returncode != 2 or b"no shadow copy 00000000-0000-0000-0000-000000000001" not in completed.stderr:
         raise Failure("ls of an unknown snapshot: exit %d, %s" % (completed.returncode, completed.stderr))
@@ -425,7 +425,7 @@ def check_damaged(cli, volume, snapshot, image, work, kept_blocks):
         handle.write(b"XXXX")
     completed = tolvar(cli, "ls", damaged, snapshot, check=False)
     message = "tolvar: MFT record %d is damaged; left out of the listing\n" % victim["record"]
-    if completed.returncode != 8 or completed.stderr.decode() != message:
+    if completed.returncode != 9 or completed.stderr.decode() != message:
         raise Failure("damaged record: exit %d, %r" % (completed.returncode, completed.stderr.decode()))
     listed = completed.stdout.decode().splitlines()
     if victim["path"] in listed or len(listed) < 3:
