@@ -12,11 +12,7 @@ constexpr uint64_t kKibibyte = 1024;
 // Larger numbers than this cannot be a block size; stops overflow while parsing.
 constexpr uint64_t kLargestNumber = 1ull << 40;
 
-// "--name", or a one-letter flag such as "-l".
-bool IsOption(const std::string& word) {
-  if (word.size() > 2 && word.compare(0, 2, "--") == 0) return true;
-  return word.size() == 2 && word[0] == '-' && word[1] != '-';
-}
+bool IsOption(const std::string& word) { return word.size() > 2 && word.compare(0, 2, "--") == 0; }
 
 }  // namespace
 
