@@ -161,6 +161,8 @@ StreamCopier::Result StreamCopier::Copy(ntfsparsercore::NtfsVolume& volume, cons
     if (stream.residentValue.size() < stream.size) {
       return Fail(error, "the resident value is shorter than its size", kReadFailed);
     }
+    // An empty value has no bytes to write (and its data may be null).
+    if (stream.residentValue.empty()) return kCopied;
     if (std::fwrite(stream.residentValue.data(), 1, stream.residentValue.size(), out) != stream.residentValue.size()) {
       return Fail(error, "cannot write the output", kWriteFailed);
     }
