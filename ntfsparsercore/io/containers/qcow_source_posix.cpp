@@ -33,17 +33,10 @@ class QcowImage : public ISource {
   QcowImage& operator=(const QcowImage&) = delete;
 
   uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override {
-    if (offset >= size_) return 0;
-    if (size > size_ - offset) size = size_ - offset;
-    uint8_t* out = static_cast<uint8_t*>(buffer);
-    uint64_t count = 0;
-    while (count < size) {
-      const ssize_t got = libqcow_file_read_buffer_at_offset(file_, out + count, static_cast<size_t>(size - count),
-                                                             static_cast<off64_t>(offset + count), nullptr);
-      if (got <= 0) break;
-      count += static_cast<uint64_t>(got);
-    }
-    return count;
+    return ReadMedium(size_, buffer, size, offset, [this](uint8_t* out, uint64_t count, uint64_t at) {
+      return static_cast<int64_t>(libqcow_file_read_buffer_at_offset(file_, out, static_cast<size_t>(count),
+                                                                     static_cast<off64_t>(at), nullptr));
+    });
   }
   uint64_t GetSize() override { return size_; }
 
