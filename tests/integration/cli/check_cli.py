@@ -51,6 +51,11 @@ class Failure(Exception):
     pass
 
 
+def copy_image(source, target):
+    """Copies an image keeping its holes (and making holes of its zero ranges)."""
+    subprocess.run(["cp", "--sparse=always", source, target], check=True)
+
+
 def run(command, **kwargs):
     return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **kwargs)
 
@@ -113,7 +118,7 @@ def backup_and_apply(arguments, prefix, manifest, older, newer, block_size, comp
         raise Failure("%s: backup exited %d: %s" % (label, code, err))
     if err:
         raise Failure("%s: backup wrote to stderr, which is not a terminal: %r" % (label, err))
-    shutil.copyfile(os.path.join(work, snapshots[older]["image"]), base)
+    copy_image(os.path.join(work, snapshots[older]["image"]), base)
     code, out, err = tolvar(arguments, "apply", base, increment)
     if code != 0:
         raise Failure("%s: apply exited %d: %s" % (label, code, err))
@@ -169,7 +174,7 @@ def check_refusals(arguments):
     with open(increment, "rb") as handle:
         good = handle.read()
     base = prefix + ".base.img"
-    shutil.copyfile(os.path.join(work, snapshots[0]["image"]), base)
+    copy_image(os.path.join(work, snapshots[0]["image"]), base)
     before = digest(base)
     records = len(good) and int.from_bytes(good[-16:-8], "little")
     cases = {
@@ -264,7 +269,7 @@ def check_safe_apply(arguments, prefix, manifest, increment):
         at += 40 + int.from_bytes(data[at + 32:at + 40], "little")
     if checked is None:
         raise Failure("the increment checks no block: the refusal cannot be shown")
-    shutil.copyfile(older_image, base)
+    copy_image(older_image, base)
     with open(base, "r+b") as handle:
         handle.seek(checked * block_size + 7)
         byte = handle.read(1)[0]
@@ -279,7 +284,7 @@ def check_safe_apply(arguments, prefix, manifest, increment):
     print("a BASE with block %d changed is refused and left untouched" % checked)
 
     # --output: BASE stays, NEW is the result.
-    shutil.copyfile(older_image, base)
+    copy_image(older_image, base)
     before = digest(base)
     restored = prefix + ".restored.img"
     expect(arguments, 0, None, [], "apply", base, increment, "--output", restored)
@@ -300,7 +305,7 @@ def check_safe_apply(arguments, prefix, manifest, increment):
         # checks memory), so the kill moves on, a write at a time, until BASE
         # has been written to.
         for extra in range(64):
-            shutil.copyfile(older_image, base)
+            copy_image(older_image, base)
             killed = run(["strace", "-f", "-o", "/dev/null", "-e", "trace=write,writev,pwrite64",
                           "-e", "inject=write,writev,pwrite64:signal=SIGKILL:when=%d" % (point + extra), arguments.cli,
                           "apply", base, increment])
@@ -325,7 +330,7 @@ def check_safe_apply(arguments, prefix, manifest, increment):
     with open(increment, "rb") as handle, open(old_format, "wb") as out:
         out.write(version1_of(handle.read()))
     for label, path in (("--compress", compressed), ("version 1", old_format)):
-        shutil.copyfile(older_image, base)
+        copy_image(older_image, base)
         expect(arguments, 0, None, [], "apply", base, path)
         equal, report = compare_outside_store(manifest_path, base, newer_image)
         if not equal:
@@ -494,11 +499,11 @@ def check_files(arguments):
         base = prefix + ".base.img"
         expected_image = prefix + ".expected.img"
         expect(arguments, 0, None, [], "backup", image, older, newer, increment, "--block-size", block_size)
-        shutil.copyfile(older_image, expected_image)
+        copy_image(older_image, expected_image)
         expect(arguments, 0, None, [], "apply", expected_image, increment)
         expect(arguments, 0, None, [], "backup", image, older, newer, increment, "--block-size", block_size,
                *excludes)
-        shutil.copyfile(older_image, base)
+        copy_image(older_image, base)
         expect(arguments, 0, None, [], "apply", base, increment)
         restored_differ = 0
         with open(older_image, "rb") as source, open(expected_image, "r+b") as target:
@@ -832,7 +837,7 @@ def check_verify(arguments):
     base = prefix + ".base.raw"
     restored = prefix + ".restored.raw"
     expect(arguments, 0, None, [], "export", image, first, base)
-    shutil.copyfile(base, restored)
+    copy_image(base, restored)
     top = base
     for newer in range(1, len(snapshots)):
         older_id, newer_id = snapshots[newer - 1]["shadow_copy_id"], snapshots[newer]["shadow_copy_id"]

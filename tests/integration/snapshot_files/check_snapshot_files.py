@@ -23,7 +23,6 @@ import io
 import json
 import os
 import re
-import shutil
 import subprocess
 import sys
 
@@ -35,6 +34,11 @@ ISTAT_TIMES = ("Created", "File Modified", "MFT Modified", "Accessed")
 
 class Failure(Exception):
     pass
+
+
+def copy_image(source, target):
+    """Copies an image keeping its holes (and making holes of its zero ranges)."""
+    subprocess.run(["cp", "--sparse=always", source, target], check=True)
 
 
 def environment():
@@ -419,7 +423,7 @@ def check_damaged(cli, volume, snapshot, image, work, kept_blocks):
     if victim is None:
         raise Failure("no root file lies in a block the newest store does not keep")
     damaged = os.path.join(work, "damaged.img")
-    shutil.copyfile(volume, damaged)
+    copy_image(volume, damaged)
     with open(damaged, "r+b") as handle:
         handle.seek(victim_offset)
         handle.write(b"XXXX")

@@ -1,0 +1,16 @@
+# cmake -DDIR=<binary dir of an integration directory> -P remove_scratch.cmake
+# Removes everything in DIR but CMake's own files there.
+if(NOT IS_DIRECTORY "${DIR}")
+  return()
+endif()
+if("$ENV{TOLVAR_KEEP_SCRATCH}" STREQUAL "1")
+  message(STATUS "kept (TOLVAR_KEEP_SCRATCH=1): ${DIR}")
+  return()
+endif()
+file(GLOB entries LIST_DIRECTORIES true "${DIR}/*")
+foreach(entry ${entries})
+  get_filename_component(entry_name "${entry}" NAME)
+  if(NOT entry_name MATCHES "^(CMakeFiles|CTestTestfile\\.cmake|cmake_install\\.cmake)$")
+    file(REMOVE_RECURSE "${entry}")
+  endif()
+endforeach()
