@@ -83,11 +83,25 @@ uint64_t StoreSnapshotSource::Read(void* buffer, uint64_t size, uint64_t offset)
   return ReadFromStore(snapshotIndex_, static_cast<uint8_t*>(buffer), size, offset);
 }
 
-// Recursion goes only to the next newer store, so its depth is at most the
-// number of stores.
+// Pieces that continue one another (zeros after zeros, or the next bytes
+// of the same place) are delivered with one read. When that read comes up
+// short, the run is read again piece by piece, so that the count delivered
+// is exactly the one single pieces give. Recursion goes only to the next
+// newer store, so its depth is at most the number of stores.
 uint64_t StoreSnapshotSource::ReadFromStore(std::size_t store, uint8_t* buffer, uint64_t size, uint64_t offset) {
   const StoreLayer& layer = stores_->At(store);
   if (!layer.blockMap || !layer.blockMap->IsUsable()) return 0;
+  uint64_t delivered = 0;
+  while (delivered < size) {
+    const Piece run = JoinedRun(store, offset + delivered, size - delivered);
+    const uint64_t got = Deliver(run, store, buffer + delivered, run.size);
+    if (got != run.size) return delivered + ReadPieceByPiece(store, buffer + delivered, run.size, offset + delivered);
+    delivered += got;
+  }
+  return delivered;
+}
+
+uint64_t StoreSnapshotSource::ReadPieceByPiece(std::size_t store, uint8_t* buffer, uint64_t size, uint64_t offset) {
   uint64_t delivered = 0;
   while (delivered < size) {
     const Piece piece = Locate(store, offset + delivered);
@@ -97,6 +111,20 @@ uint64_t StoreSnapshotSource::ReadFromStore(std::size_t store, uint8_t* buffer, 
     if (got != wanted) break;
   }
   return delivered;
+}
+
+// The piece at offset, lengthened by the pieces after it that continue it,
+// up to size bytes.
+StoreSnapshotSource::Piece StoreSnapshotSource::JoinedRun(std::size_t store, uint64_t offset, uint64_t size) const {
+  Piece run = Locate(store, offset);
+  run.size = std::min(run.size, size);
+  while (run.size < size && run.at <= kLargestOffset) {
+    const Piece next = Locate(store, offset + run.size);
+    const bool continues = next.kind == run.kind && (run.kind == Piece::kZeros || next.at == run.at + run.size);
+    if (!continues) break;
+    run.size += std::min(next.size, size - run.size);
+  }
+  return run;
 }
 
 uint64_t StoreSnapshotSource::Deliver(const Piece& piece, std::size_t store, uint8_t* buffer, uint64_t size) {

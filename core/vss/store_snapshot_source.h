@@ -50,6 +50,8 @@ class StoreSnapshotSource : public ntfsparsercore::io::ISource {
   };
 
   uint64_t ReadFromStore(std::size_t store, uint8_t* buffer, uint64_t size, uint64_t offset);
+  uint64_t ReadPieceByPiece(std::size_t store, uint8_t* buffer, uint64_t size, uint64_t offset);
+  Piece JoinedRun(std::size_t store, uint64_t offset, uint64_t size) const;
   uint64_t Deliver(const Piece& piece, std::size_t store, uint8_t* buffer, uint64_t size);
   Piece Locate(std::size_t store, uint64_t offset) const;
   Piece LocateUnmapped(std::size_t store, uint64_t offset, uint64_t size) const;

@@ -311,12 +311,26 @@ TEST_F(StoreSnapshotSourceTest, UnalignedReadAcrossBlockBoundariesJoinsEachBlock
   EXPECT_EQ(ReadOf(*view, 5 * kBlock + 3, 7), VolumeAt(40 * kBlock + 3, 7));
 }
 
-TEST_F(StoreSnapshotSourceTest, EachBlockCostsOneVolumeRead) {
+TEST_F(StoreSnapshotSourceTest, BlocksWhoseDataFollowsOnCostOneVolumeRead) {
   auto view = View({Layer({Plain(5, 40), Plain(6, 41)})}, 0);
   volume_->ForgetCalls();
-  ReadOf(*view, 5 * kBlock, 3 * kBlock);
-  EXPECT_EQ(volume_->Calls(), (std::vector<tolvartest::FaultSource::ReadCall>{
-                                  {40 * kBlock, kBlock}, {41 * kBlock, kBlock}, {7 * kBlock, kBlock}}));
+  ReadOf(*view, 5 * kBlock, 4 * kBlock);
+  EXPECT_EQ(volume_->Calls(),
+            (std::vector<tolvartest::FaultSource::ReadCall>{{40 * kBlock, 2 * kBlock}, {7 * kBlock, 2 * kBlock}}));
+}
+
+TEST_F(StoreSnapshotSourceTest, UnmappedBlocksInARowCostOneVolumeRead) {
+  auto view = View({Layer({Plain(5, 40)}), Layer({})}, 0);
+  volume_->ForgetCalls();
+  EXPECT_EQ(ReadOf(*view, 6 * kBlock, 10 * kBlock), VolumeAt(6 * kBlock, 10 * kBlock));
+  EXPECT_EQ(volume_->Calls(), (std::vector<tolvartest::FaultSource::ReadCall>{{6 * kBlock, 10 * kBlock}}));
+}
+
+TEST_F(StoreSnapshotSourceTest, ShortReadOfAJoinedRunDeliversWhatSinglePiecesDeliver) {
+  auto view = View({Layer({})}, 0);
+  volume_->ShortBy(100);
+  EXPECT_EQ(ReadOf(*view, 5 * kBlock, 6 * kBlock), VolumeAt(5 * kBlock, kBlock - 100));
+  EXPECT_EQ(volume_->Calls().back(), (tolvartest::FaultSource::ReadCall{5 * kBlock, kBlock}));
 }
 
 TEST_F(StoreSnapshotSourceTest, ReadFromTheEndOrPastItDeliversNothing) {
