@@ -62,7 +62,20 @@ bool ReadChunk(SnapshotReader& snapshot, const UsedClusters* used, uint64_t offs
   return true;
 }
 
-// Copies the view into writer, block by block; zero blocks are not put.
+// The length of the run of blocks from at on in chunk that are all zero
+// (zeros) or all hold data (!zeros), the first one, at at, known to be so.
+uint64_t RunOfBlocks(const uint8_t* chunk, uint64_t size, uint64_t at, bool zeros) {
+  uint64_t run = std::min(kBlockSize, size - at);
+  while (at + run < size) {
+    const uint64_t block = std::min(kBlockSize, size - at - run);
+    if (IsAllZero(chunk + at + run, block) != zeros) break;
+    run += block;
+  }
+  return run;
+}
+
+// Copies the view into writer; zero blocks are not put, each run of data
+// blocks of a chunk is put at once.
 int CopyView(SnapshotReader& snapshot, const UsedClusters* used, ImageWriter* writer, uint64_t* dataBytes) {
   const uint64_t size = snapshot.Size();
   ProgressMeter progress((size + kBlockSize - 1) / kBlockSize, kBlockSize);
@@ -70,15 +83,17 @@ int CopyView(SnapshotReader& snapshot, const UsedClusters* used, ImageWriter* wr
   for (uint64_t offset = 0; offset < size; offset += kChunkSize) {
     const uint64_t chunk = std::min(kChunkSize, size - offset);
     if (!ReadChunk(snapshot, used, offset, chunk, buffer.data())) return kExitLibrary;
-    for (uint64_t at = 0; at < chunk; at += kBlockSize) {
-      const uint64_t block = std::min(kBlockSize, chunk - at);
-      progress.Advance();
-      if (IsAllZero(buffer.data() + at, block)) continue;
-      if (!writer->Put(offset + at, buffer.data() + at, block)) {
+    uint64_t at = 0;
+    while (at < chunk) {
+      const bool zeros = IsAllZero(buffer.data() + at, std::min(kBlockSize, chunk - at));
+      const uint64_t run = RunOfBlocks(buffer.data(), chunk, at, zeros);
+      if (!zeros && !writer->Put(offset + at, buffer.data() + at, run)) {
         std::fprintf(stderr, "tolvar: cannot write %s\n", writer->WritingName().c_str());
         return kExitFile;
       }
-      *dataBytes += block;
+      if (!zeros) *dataBytes += run;
+      for (uint64_t block = 0; block < run; block += kBlockSize) progress.Advance();
+      at += run;
     }
   }
   progress.Finish();

@@ -12,7 +12,7 @@ namespace tolvarcli {
 
 namespace {
 
-constexpr std::size_t kZeroChunk = 1 << 16;
+constexpr std::size_t kZeroChunk = 1 << 20;
 
 bool ExistsAndIsNotRegular(const std::string& path) {
   std::error_code error;
@@ -85,7 +85,11 @@ bool OutputFile::Write(const void* data, std::size_t size) {
   // An empty piece (an empty table's data may be null) writes nothing.
   if (size == 0) return true;
   if (!MoveTo(position_)) return false;
-  if (std::fwrite(data, 1, size, stream_) != size) return false;
+  // Large pieces go around the buffer: copying them into it costs more than
+  // the write they would save.
+  const bool written =
+      size >= kWriteThroughSize ? WriteThrough(stream_, data, size) : std::fwrite(data, 1, size, stream_) == size;
+  if (!written) return false;
   position_ += size;
   streamPosition_ = position_;
   end_ = std::max(end_, position_);

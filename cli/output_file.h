@@ -17,6 +17,8 @@ namespace tolvarcli {
 class OutputFile {
  public:
   // The name that means standard output.
+  // Pieces from this size on are written around the stdio buffer.
+  static constexpr std::size_t kWriteThroughSize = 256 << 10;
   static constexpr const char* kStandardOutput = "-";
   static constexpr const char* kTemporarySuffix = ".partial";
 

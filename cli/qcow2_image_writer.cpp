@@ -42,10 +42,14 @@ bool Qcow2ImageWriter::Open(uint64_t size) {
 }
 
 bool Qcow2ImageWriter::Put(uint64_t offset, const uint8_t* data, std::size_t size) {
-  if (offset % clusterSize_ != 0 || size > clusterSize_) return false;
-  if (!out_.Write(data, size) || !out_.WriteZeros(clusterSize_ - size)) return false;
-  map_->MapData(offset / clusterSize_, nextHost_);
-  nextHost_ += clusterSize_;
+  if (offset % clusterSize_ != 0) return false;
+  // The clusters follow one another in the file as in the image: one write.
+  const uint64_t clusters = (size + clusterSize_ - 1) / clusterSize_;
+  if (!out_.Write(data, size) || !out_.WriteZeros(clusters * clusterSize_ - size)) return false;
+  for (uint64_t cluster = 0; cluster < clusters; ++cluster) {
+    map_->MapData(offset / clusterSize_ + cluster, nextHost_);
+    nextHost_ += clusterSize_;
+  }
   return true;
 }
 

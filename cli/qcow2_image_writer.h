@@ -19,8 +19,9 @@ namespace tolvarcli {
 
 class Qcow2ImageWriter : public ImageWriter {
  public:
-  // clusterSize: a power of two from 4,096 to 2 MiB; every Put covers at
-  // most one cluster from its start. backingFile as the image should name it
+  // clusterSize: a power of two from 4,096 to 2 MiB; every Put starts at a
+  // cluster's start, and a last partial cluster reads as zeros after the
+  // bytes put. backingFile as the image should name it
   // (empty for none) and its format ("raw" or "qcow2").
   Qcow2ImageWriter(std::string path, uint64_t clusterSize, std::string backingFile = "",
                    std::string backingFormat = "");

@@ -73,6 +73,24 @@ TEST_F(OutputFileTest, WriteAtOverwritesAndContinuesAfterIt) {
   EXPECT_EQ(Contents(path_), (std::vector<uint8_t>{'a', 'X', 'Y', 'Z', 'e', 'f'}));
 }
 
+TEST_F(OutputFileTest, LargePiecesWrittenAroundTheBufferLandInOrderWithTheSmallOnes) {
+  const std::vector<uint8_t> large(OutputFile::kWriteThroughSize, 'L');
+  OutputFile out(path_);
+  ASSERT_TRUE(out.Open());
+  ASSERT_TRUE(out.Write("ab", 2));
+  ASSERT_TRUE(out.Write(large.data(), large.size()));
+  ASSERT_TRUE(out.Write("c", 1));
+  ASSERT_TRUE(out.WriteAt(1, "X", 1));
+  ASSERT_TRUE(out.Write(large.data(), large.size()));
+  ASSERT_TRUE(out.Commit());
+  std::vector<uint8_t> expected(large.size() + 3, 'L');
+  expected.front() = 'a';
+  expected[1] = 'X';
+  expected.back() = 'c';
+  const std::vector<uint8_t> contents = Contents(path_);
+  EXPECT_EQ(contents, expected);
+}
+
 TEST_F(OutputFileTest, AnExistingRegularFileIsReplacedWhole) {
   { std::ofstream(path_) << "old contents that are longer"; }
   OutputFile out(path_);
