@@ -1,19 +1,26 @@
 #!/usr/bin/python3
 """Times the backup chain's commands against baselines taken in the same run.
 
-    chain_bench.py --cli TOLVAR --tool MKVSSIMAGE --work DIR [--windows-volume VOLUME] [--runs N]
+    chain_bench.py --cli TOLVAR --tool MKVSSIMAGE [--data DIR] [--work DIR] [--runs N] [--quick]
+
+The input is a large-mode volume of the image builder with --fill: 16 GiB, two
+shadow copies of 30,000 descriptors each, and data (half random, half text)
+written over the 64 KiB around every changed block, so that the increment from
+the older shadow copy to the newer one is about 1.9 GB of real data. It is made
+once into DIR (build/bench-data) and kept. --quick uses a 4 GiB volume with a
+quarter of the descriptors.
 
 - backup to a .tvi file (plain and --compress) and to a qcow2 overlay, against
   dd copying the same number of bytes (the plain increment, read from the page
-  cache) into a file on the same file system;
-- export of a snapshot (raw, sparse) against reading the volume file with
-  pread in 1 MiB pieces, and against libvshadow (pyvshadow) reading the same
-  snapshot in 1 MiB pieces.
+  cache) into a new file on the same file system;
+- export of the older shadow copy: to standard output (read into /dev/null)
+  against reading the volume file with pread in 1 MiB pieces; to a sparse raw
+  file against dd copying the volume file into a sparse file; and against
+  libvshadow (pyvshadow) reading the same shadow copy in 1 MiB pieces.
 
-Each figure is the median of --runs; ratios are baseline time over tolvar's
-time (above 1: tolvar is faster). The Windows 10 volume is used for backup when
-given (the image builder's volumes change too few blocks to time), the image
-builder's default volume otherwise and for export."""
+Before each timed run the page cache is written back (sync), so no run pays for
+the one before it. Each figure is the median of --runs (libvshadow: one run);
+ratios are baseline time over tolvar's time (above 1: tolvar is faster)."""
 import argparse
 import json
 import os
@@ -22,25 +29,56 @@ import subprocess
 import sys
 import time
 
+FULL = ("16G", 60000)
+QUICK = ("4G", 15000)
+MIB = 1 << 20
+
+
+def run(words, stdout=subprocess.DEVNULL):
+    subprocess.run([str(word) for word in words], check=True, stdout=stdout, stderr=subprocess.DEVNULL)
+
 
 def timed(function, runs):
     times = []
     for _ in range(runs):
+        os.sync()
         start = time.perf_counter()
         function()
         times.append(time.perf_counter() - start)
     return statistics.median(times)
 
 
-def run(words):
-    subprocess.run([str(word) for word in words], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+def remove(*paths):
+    for path in paths:
+        if os.path.exists(path):
+            os.remove(path)
+
+
+def make_input(tool, data, size, descriptors):
+    prefix = os.path.join(data, "chain-%s-%dk-2" % (size, descriptors // 1000))
+    if not os.path.exists(prefix + ".manifest.json"):
+        environment = dict(os.environ)
+        environment.pop("LD_PRELOAD", None)
+        os.makedirs(data, exist_ok=True)
+        subprocess.run([tool, "large", "-o", prefix, "-s", size, "-d", str(descriptors), "-n", "2", "--fill"],
+                       check=True, env=environment, stdout=subprocess.DEVNULL)
+    with open(prefix + ".manifest.json") as handle:
+        manifest = json.load(handle)
+    snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
+    return prefix + ".img", [snapshot["shadow_copy_id"] for snapshot in snapshots]
+
+
+def warm(path):
+    with open(path, "rb", buffering=0) as handle:
+        while handle.read(8 * MIB):
+            pass
 
 
 def pread_all(path):
     with open(path, "rb", buffering=0) as handle:
         size = os.fstat(handle.fileno()).st_size
-        for offset in range(0, size, 1 << 20):
-            os.pread(handle.fileno(), 1 << 20, offset)
+        for offset in range(0, size, MIB):
+            os.pread(handle.fileno(), MIB, offset)
 
 
 def vshadow_all(path, index):
@@ -48,79 +86,96 @@ def vshadow_all(path, index):
     volume = pyvshadow.volume()
     volume.open(path)
     store = volume.get_store(index)
-    for offset in range(0, store.volume_size, 1 << 20):
-        store.read_buffer_at_offset(min(1 << 20, store.volume_size - offset), offset)
+    for offset in range(0, store.volume_size, MIB):
+        store.read_buffer_at_offset(min(MIB, store.volume_size - offset), offset)
     volume.close()
 
 
 def bench_backup(arguments, volume, older, newer):
     work = arguments.work
-    tvi = os.path.join(work, "bench.tvi")
+    tvi, packed, overlay = (os.path.join(work, name) for name in ("bench.tvi", "bench.z.tvi", "bench.qcow2"))
+    copy, base = os.path.join(work, "bench.copy"), os.path.join(work, "bench.base.raw")
     run([arguments.cli, "backup", volume, older, newer, tvi])
-    size = os.path.getsize(tvi)
-    copy = os.path.join(work, "bench.copy")
-    dd = timed(lambda: run(["dd", "if=" + tvi, "of=" + copy, "bs=1M"]), arguments.runs)
-    rows = []
-    for label, extra, out in (("backup .tvi", [], tvi), ("backup --compress", ["--compress"],
-                                                              os.path.join(work, "bench.z.tvi"))):
-        seconds = timed(lambda: run([arguments.cli, "backup", volume, older, newer, out] + extra), arguments.runs)
-        rows.append((label, seconds, os.path.getsize(out)))
-    base = os.path.join(work, "bench.base.raw")
     run([arguments.cli, "export", volume, older, base])
-    overlay = os.path.join(work, "bench.qcow2")
-    seconds = timed(lambda: run([arguments.cli, "backup", volume, older, newer, overlay, "--format", "qcow2", "--base",
-                                 base]), arguments.runs)
-    rows.append(("backup qcow2", seconds, os.path.getsize(overlay)))
-    print("backup of %d bytes (.tvi); dd of the same bytes from the page cache: %.3f s" % (size, dd))
-    print("%-20s %9s %12s %14s" % ("case", "seconds", "bytes", "dd / tolvar"))
+    warm(volume)
+    warm(tvi)
+
+    def dd():
+        remove(copy)
+        run(["dd", "if=" + tvi, "of=" + copy, "bs=1M"])
+
+    def backup(out, extra):
+        def once():
+            remove(out)
+            run([arguments.cli, "backup", volume, older, newer, out] + extra)
+        return once
+
+    baseline = timed(dd, arguments.runs)
+    cases = (("backup .tvi", backup(tvi, []), tvi),
+             ("backup --compress", backup(packed, ["--compress"]), packed),
+             ("backup qcow2 overlay", backup(overlay, ["--format", "qcow2", "--base", base]), overlay))
+    rows = [(label, timed(function, arguments.runs), os.path.getsize(out)) for label, function, out in cases]
+    size = os.path.getsize(tvi)
+    print("backup of the older to the newer shadow copy: %d bytes in the .tvi" % size)
+    print("%-24s %9s %14s %12s" % ("case", "seconds", "bytes", "dd / tolvar"))
+    print("%-24s %9.3f %14d" % ("dd of the same bytes", baseline, size))
     for label, seconds, written in rows:
-        print("%-20s %9.3f %12d %14.2f" % (label, seconds, written, dd / seconds))
-    print("compression: %.2f of the plain size" % (rows[1][2] / rows[0][2]))
-    for path in (tvi, copy, base, overlay, os.path.join(work, "bench.z.tvi")):
-        if os.path.exists(path):
-            os.remove(path)
+        print("%-24s %9.3f %14d %12.2f" % (label, seconds, written, baseline / seconds))
+    plain, compressed = rows[0], rows[1]
+    print("compression: %.3f of the plain size, %.0f MB/s of increment against %.0f MB/s plain"
+          % (compressed[2] / plain[2], size / compressed[1] / 1e6, size / plain[1] / 1e6))
+    remove(tvi, packed, overlay, copy, base)
 
 
-def bench_export(arguments, volume, manifest):
-    snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
-    index = len(snapshots) - 1
-    out = os.path.join(arguments.work, "bench.export.raw")
-    export = timed(lambda: run([arguments.cli, "export", volume, snapshots[index]["shadow_copy_id"], out]),
-                   arguments.runs)
+def bench_export(arguments, volume, older):
+    out, copy = os.path.join(arguments.work, "bench.export.raw"), os.path.join(arguments.work, "bench.copy.raw")
+    warm(volume)
+
+    def to_stdout():
+        with open(os.devnull, "wb") as sink:
+            run([arguments.cli, "export", volume, older, "-"], stdout=sink)
+
+    def to_file():
+        remove(out)
+        run([arguments.cli, "export", volume, older, out])
+
+    def dd_sparse():
+        remove(copy)
+        run(["dd", "if=" + volume, "of=" + copy, "bs=1M", "conv=sparse"])
+
+    streamed = timed(to_stdout, arguments.runs)
     pread = timed(lambda: pread_all(volume), arguments.runs)
-    vshadow = timed(lambda: vshadow_all(volume, index), arguments.runs)
+    written = timed(to_file, arguments.runs)
+    copied = timed(dd_sparse, arguments.runs)
+    vshadow = timed(lambda: vshadow_all(volume, 0), 1)
     size = os.path.getsize(volume)
-    print("export of the newest snapshot of a %d-byte volume (raw, sparse)" % size)
-    print("%-28s %9s %14s" % ("case", "seconds", "base / export"))
-    print("%-28s %9.3f" % ("tolvar export", export))
-    print("%-28s %9.3f %14.2f" % ("pread of the volume", pread, pread / export))
-    print("%-28s %9.3f %14.2f" % ("libvshadow read of it", vshadow, vshadow / export))
-    os.remove(out)
+    print("export of the older shadow copy of a %d-byte volume" % size)
+    print("%-36s %9s %16s" % ("case", "seconds", "base / export"))
+    print("%-36s %9.3f" % ("tolvar export to - (into /dev/null)", streamed))
+    print("%-36s %9.3f %16.2f" % ("  pread of the volume, 1 MiB", pread, pread / streamed))
+    print("%-36s %9.3f %16.2f" % ("  libvshadow read of it, 1 MiB", vshadow, vshadow / streamed))
+    print("%-36s %9.3f" % ("tolvar export to a sparse raw file", written))
+    print("%-36s %9.3f %16.2f" % ("  dd of the volume, conv=sparse", copied, copied / written))
+    remove(out, copy)
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--cli", required=True)
     parser.add_argument("--tool", required=True)
-    parser.add_argument("--work", required=True)
-    parser.add_argument("--windows-volume")
+    parser.add_argument("--data", default="build/bench-data")
+    parser.add_argument("--work", default="build/bench-chain")
     parser.add_argument("--runs", type=int, default=3)
+    parser.add_argument("--quick", action="store_true")
     arguments = parser.parse_args()
     os.makedirs(arguments.work, exist_ok=True)
-    prefix = os.path.join(arguments.work, "default")
-    environment = dict(os.environ)
-    environment.pop("LD_PRELOAD", None)
-    subprocess.run([arguments.tool, "build", "default", "-o", prefix], check=True, env=environment,
-                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    with open(prefix + ".manifest.json") as handle:
-        manifest = json.load(handle)
-    if arguments.windows_volume and os.path.exists(arguments.windows_volume):
-        bench_backup(arguments, arguments.windows_volume, "ec06abc4-bd2f-41cc-a817-921f2046080d",
-                     "d1229f1a-31d8-45de-8a72-0d6a3a1f59e8")
-    else:
-        snapshots = sorted(manifest["snapshots"], key=lambda snapshot: snapshot["creation_order"])
-        bench_backup(arguments, prefix + ".img", snapshots[0]["shadow_copy_id"], snapshots[-1]["shadow_copy_id"])
-    bench_export(arguments, prefix + ".img", manifest)
+    size, descriptors = QUICK if arguments.quick else FULL
+    volume, (older, newer) = make_input(arguments.tool, arguments.data, size, descriptors)
+    print("input: %s (%s, %d descriptors in two shadow copies, data over the changed blocks)"
+          % (volume, size, descriptors))
+    bench_backup(arguments, volume, older, newer)
+    print()
+    bench_export(arguments, volume, older)
 
 
 if __name__ == "__main__":

@@ -30,6 +30,8 @@ def main(argv=None):
     large.add_argument("--descriptors", "-d", type=int, default=1000000, help="descriptors over all stores")
     large.add_argument("--snapshots", "-n", type=int, default=4)
     large.add_argument("--seed", type=int, default=1)
+    large.add_argument("--fill", action="store_true",
+                       help="write data (half random, half text) over the free 64 KiB around each changed block")
 
     commands.add_parser("list", help="list the built-in scenarios")
     arguments = parser.parse_args(argv)
@@ -63,7 +65,7 @@ def run_command(arguments):
         from .large_volume import build_large_volume
         prepare_prefix(arguments.output)
         manifest = build_large_volume(arguments.output, arguments.volume_size, arguments.cluster_size,
-                                      arguments.descriptors, arguments.snapshots, arguments.seed)
+                                      arguments.descriptors, arguments.snapshots, arguments.seed, arguments.fill)
     print("%s (%.2f s)" % (manifest, time.monotonic() - started))
     return 0
 

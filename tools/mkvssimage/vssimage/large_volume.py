@@ -30,6 +30,10 @@ EXTRA_PAGES = 4
 # Largest sizes the mode is meant for.
 MAXIMUM_VOLUME_SIZE = 1 << 40
 MAXIMUM_DESCRIPTORS = 1_000_000
+# With fill: the unit of volume written around each descriptor's block (the
+# command's default backup block), and how much of it is incompressible.
+FILL_UNIT = 64 * 1024
+FILL_RANDOM_PART = FILL_UNIT // 2
 
 
 def pool_block_contents(creation_order, pool_index):
@@ -54,7 +58,48 @@ def split(total, parts):
     return [total // parts + (1 if index < total % parts else 0) for index in range(parts)]
 
 
-def build_large_volume(prefix, volume_size, cluster_size, descriptors, snapshots, seed):
+def fill_contents(offset):
+    """64 KiB for the volume at offset: half pseudo-random bytes, half text, as changed data tends to be."""
+    noise = random.Random(offset).randbytes(FILL_RANDOM_PART)
+    line = b"block %016x of a changed file, written after the snapshot was taken\n" % offset
+    text = (line * (FILL_UNIT // len(line) + 1))[:FILL_UNIT - FILL_RANDOM_PART]
+    return noise + text
+
+
+def free_fill_units(cluster_bitmap, cluster_size, originals):
+    """The 64 KiB units around the original blocks in which every cluster is free."""
+    clusters_per_unit = FILL_UNIT // cluster_size
+    units = sorted({offset - offset % FILL_UNIT for offset in originals})
+
+    def in_use(cluster):
+        return cluster // 8 < len(cluster_bitmap) and cluster_bitmap[cluster // 8] >> (cluster % 8) & 1
+
+    return [unit for unit in units
+            if not any(in_use(cluster) for cluster in range(unit // cluster_size,
+                                                             unit // cluster_size + clusters_per_unit))]
+
+
+def with_units_in_use(cluster_bitmap, cluster_size, units):
+    """A copy of the cluster bitmap with the clusters of the units marked in use."""
+    result = bytearray(cluster_bitmap)
+    for unit in units:
+        for cluster in range(unit // cluster_size, (unit + FILL_UNIT) // cluster_size):
+            if cluster // 8 < len(result):
+                result[cluster // 8] |= 1 << (cluster % 8)
+    return bytes(result)
+
+
+def fill_units(image, units):
+    """Writes each unit's contents over the volume."""
+    descriptor = os.open(image, os.O_WRONLY)
+    try:
+        for unit in units:
+            os.pwrite(descriptor, fill_contents(unit), unit)
+    finally:
+        os.close(descriptor)
+
+
+def build_large_volume(prefix, volume_size, cluster_size, descriptors, snapshots, seed, fill=False):
     if not 1 <= snapshots or descriptors < 0:
         raise LargeVolumeError("need at least one snapshot and no negative descriptor count")
     if volume_size > MAXIMUM_VOLUME_SIZE or descriptors > MAXIMUM_DESCRIPTORS:
@@ -79,17 +124,27 @@ def build_large_volume(prefix, volume_size, cluster_size, descriptors, snapshots
                                       volume_identifier))
 
     store_blocks = {offset for store_file in described for offset, _ in store_file.blocks}
-    current = unused_block_bitmap(ntfs_facts.cluster_bitmap(image), cluster_size, volume_size, store_blocks)
     block_count = volume_size // fmt.BLOCK_SIZE
     chooser = random.Random(seed)
-    stores = []
-    previous = None
-    for index, (identifier, count, store_file) in enumerate(zip(identifiers, counts, store_files)):
+    chosen_originals = []
+    for count in counts:
         chosen = [block * fmt.BLOCK_SIZE for block in chooser.sample(range(block_count),
                                                                       min(block_count, count + len(store_blocks)))]
         originals = sorted(offset for offset in chosen if offset not in store_blocks)[:count]
         if len(originals) < count:
             raise LargeVolumeError("the volume has too few blocks for %d descriptors" % count)
+        chosen_originals.append(originals)
+    clusters_in_use = ntfs_facts.cluster_bitmap(image)
+    filled = []
+    if fill:
+        # The filled units count as in use in the stores' bitmaps, or the newest
+        # shadow copy would read them as zeros.
+        filled = free_fill_units(clusters_in_use, cluster_size, [o for originals in chosen_originals for o in originals])
+        clusters_in_use = with_units_in_use(clusters_in_use, cluster_size, filled)
+    current = unused_block_bitmap(clusters_in_use, cluster_size, volume_size, store_blocks)
+    stores = []
+    previous = None
+    for index, (identifier, originals, store_file) in enumerate(zip(identifiers, chosen_originals, store_files)):
         store = SnapshotStore(
             store_identifier=identifier,
             shadow_copy_id=derived_identifier(LARGE_NAME, seed, index + 1, "shadow copy"),
@@ -109,6 +164,7 @@ def build_large_volume(prefix, volume_size, cluster_size, descriptors, snapshots
         write_catalog(catalog, volume_size, stores, written, sink)
     finally:
         os.close(descriptor)
+    fill_units(image, filled)
 
     manifest = {
         "mode": "large",
@@ -118,6 +174,8 @@ def build_large_volume(prefix, volume_size, cluster_size, descriptors, snapshots
         "volume_identifier": str(volume_identifier),
         "catalog": dict(store_file_facts(catalog, cluster_size), catalog_offset=catalog.blocks[0][0]),
         "shared_data_blocks": SHARED_DATA_BLOCKS,
+        "filled_units": len(filled),
+        "fill_unit": FILL_UNIT,
         "pool_block_contents": "8-byte little-endian (creation order << 32 | pool index), repeated",
         "snapshots": [{
             "creation_order": store.creation_order,
