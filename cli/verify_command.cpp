@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "cli/block_ranges.h"
+#include "cli/error_report.h"
 #include "cli/exit_code.h"
 #include "cli/progress_meter.h"
 #include "cli/snapshot_reader.h"
@@ -123,7 +124,7 @@ int VerifyCommand::Run(const CommandLine& arguments) {
   if (!snapshot.Open(volume, shadowCopy)) return kExitLibrary;
   std::shared_ptr<ntfsparsercore::io::ISource> image = ntfsparsercore::io::SourceFactory().Open(imagePath.c_str());
   if (!image) {
-    std::fprintf(stderr, "tolvar: cannot read %s\n", imagePath.c_str());
+    ErrorReport::PrintFailureText("cannot read " + imagePath);
     return kExitFile;
   }
   if (image->GetSize() != snapshot.Size()) {

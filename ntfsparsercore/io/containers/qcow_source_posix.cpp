@@ -1,6 +1,10 @@
 // qcow images through libqcow. Encrypted images are refused: there is no
 // way to pass a password. An image with a backing file is refused too: its
-// unallocated clusters live in the backing image.
+// unallocated clusters live in the backing image, and libqcow (20221124)
+// reads such chains wrong: it takes the backing file's bytes for clusters
+// the image marks as zeros (qcow2 version 3), and a range that starts in a
+// cluster the image does not hold and runs on into one it holds comes
+// wholly from the backing file.
 #include <libqcow.h>
 
 #include "common/error_queue.h"
@@ -74,7 +78,10 @@ std::unique_ptr<ISource> QcowSource::Open(const std::string& path) {
   size_t backingSize = 0;
   if (libqcow_file_get_utf8_backing_filename_size(file, &backingSize, nullptr) == 1 && backingSize > 1) {
     Release(file, true);
-    ReportError(kErrorIo, "%s: the qcow image has a backing file; flatten it first (qemu-img convert)", path.c_str());
+    ReportError(kErrorIo,
+                "%s: the qcow image has a backing file, which libqcow does not read correctly; "
+                "flatten the chain first (qemu-img convert -O raw)",
+                path.c_str());
     return nullptr;
   }
   return std::make_unique<QcowImage>(file);
