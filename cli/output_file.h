@@ -18,7 +18,7 @@ class OutputFile {
  public:
   // The name that means standard output.
   // Pieces from this size on are written around the stdio buffer.
-  static constexpr std::size_t kWriteThroughSize = 256 << 10;
+  static constexpr std::size_t kWriteThroughSize = 64 << 10;
   static constexpr const char* kStandardOutput = "-";
   static constexpr const char* kTemporarySuffix = ".partial";
 
