@@ -663,9 +663,67 @@ def check_export(arguments):
            "export", image, snapshots[0]["shadow_copy_id"], out, "--format", "vmdk")
 
 
+def differing_blocks(store, path, block=65536):
+    """The indexes of the blocks in which the file at path differs from libvshadow's read of store."""
+    size = store.volume_size
+    differing = set()
+    with open(path, "rb") as handle:
+        for offset in range(0, size, CHUNK):
+            expected = store.read_buffer_at_offset(min(CHUNK, size - offset), offset)
+            got = handle.read(len(expected))
+            for at in range(0, len(expected), block):
+                if got[at:at + block] != expected[at:at + block]:
+                    differing.add((offset + at) // block)
+    return differing
+
+
+def report_blocks(text, label):
+    """The block indexes of one of verify's range lines ("store-file ranges   3-5 9")."""
+    blocks = set()
+    for item in verify_report(text).get(label, "").split():
+        first, _, last = item.partition("-")
+        blocks.update(range(int(first), int(last or first) + 1))
+    return blocks
+
+
+def check_restored_windows(arguments, volume, store, restored, label):
+    """restored equals libvshadow's read of the newer shadow copy but in blocks
+    that verify names as the store's files or clusters free in the snapshot."""
+    _, text, _ = expect(arguments, 0, None, [], "verify", volume, WINDOWS_NEWER, restored)
+    expected = report_blocks(text, "store-file ranges") | report_blocks(text, "free-cluster ranges")
+    unexplained = differing_blocks(store, restored) - expected
+    if unexplained:
+        raise Failure("%s differs from libvshadow's newer shadow copy in blocks %s"
+                      % (label, sorted(unexplained)[:20]))
+    print("%s equals libvshadow's newer shadow copy outside %d store-file and free-cluster blocks"
+          % (label, len(expected)))
+
+
+def check_windows_chain(arguments, volume, stores):
+    """The older export brought forward to the newer shadow copy by a qcow2
+    overlay (read by qemu-img, checked clean) and by a .tvi increment applied."""
+    base = os.path.join(arguments.work, "older.raw")
+    overlay = os.path.join(arguments.work, "newer.qcow2")
+    converted = os.path.join(arguments.work, "newer.converted.raw")
+    increment = os.path.join(arguments.work, "newer.tvi")
+    expect(arguments, 0, None, [], "export", volume, WINDOWS_OLDER, base)
+    expect(arguments, 0, None, [], "backup", volume, WINDOWS_OLDER, WINDOWS_NEWER, overlay, "--format", "qcow2",
+           "--base", base)
+    qemu_check(overlay)
+    qemu_img("convert", "-O", "raw", overlay, converted)
+    check_restored_windows(arguments, volume, stores[1], converted, "the qcow2 overlay on the older export")
+    os.remove(converted)
+    os.remove(overlay)
+    expect(arguments, 0, None, [], "backup", volume, WINDOWS_OLDER, WINDOWS_NEWER, increment, "--compress")
+    expect(arguments, 0, None, [], "apply", base, increment)
+    check_restored_windows(arguments, volume, stores[1], base, "the older export with the .tvi increment applied")
+    os.remove(base)
+    os.remove(increment)
+
+
 def check_windows_export(arguments):
     """Both shadow copies of the Windows 10 volume exported and compared with
-    libvshadow's read, every byte."""
+    libvshadow's read, every byte; then the chain from the older to the newer."""
     if not os.path.exists(arguments.disk):
         print("SKIP: %s is absent (the store tests' fixture unpacks it)" % arguments.disk)
         sys.exit(SKIP)
@@ -683,6 +741,10 @@ def check_windows_export(arguments):
         print("%s: export equals libvshadow's read, %d bytes (%d allocated)"
               % (identifier, store.volume_size, allocated_bytes(out)))
         os.remove(out)
+    if shutil.which("qemu-img") is None:
+        print("SKIP of the chain part: qemu-img (qemu-utils) is missing")
+    else:
+        check_windows_chain(arguments, volume, stores)
     os.remove(volume)
 
 
