@@ -29,14 +29,17 @@ CHUNK = 1 << 20
 
 
 def read_through(path):
+    """Bytes read and seconds taken, in 1 MiB reads into one buffer (a new
+    buffer per read would cost more than some of the readers timed)."""
+    buffer = bytearray(CHUNK)
     started = time.perf_counter()
     total = 0
     with open(path, "rb", buffering=0) as handle:
         while True:
-            data = handle.read(CHUNK)
-            if not data:
+            count = handle.readinto(buffer)
+            if not count:
                 break
-            total += len(data)
+            total += count
     return total, time.perf_counter() - started
 
 

@@ -14,6 +14,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,6 +47,12 @@ constexpr unsigned kLargestRequest = 1u << 20;
 constexpr double kAttributeSeconds = 86400;
 const char kMountOptions[] = "ro,default_permissions,fsname=tolvar,subtype=tolvar";
 const char kDeviceFuse[] = "/dev/fuse";
+// The kernel reads ahead 128 KiB in a FUSE file unless told otherwise, so a
+// sequential reader's requests arrive 128 KiB at a time. With 4 MiB they
+// come as large as FUSE carries (kLargestRequest) and several at once:
+// about twice the throughput. Only root may set it; elsewhere the mount
+// keeps the kernel's default.
+constexpr unsigned kReadAheadBytes = 4u << 20;
 const char* const kFusermountPaths[] = {"/usr/bin/fusermount3", "/bin/fusermount3"};
 
 ShadowCopyFileSystem& FileSystem() { return *static_cast<ShadowCopyFileSystem*>(fuse_get_context()->private_data); }
@@ -57,7 +64,8 @@ void FillTimes(struct stat* status, const ShadowCopyFileSystem::Time& time) {
 
 void* Init(struct fuse_conn_info* connection, struct fuse_config* config) {
   connection->max_write = kLargestRequest;  // also how many pages one read may carry
-  connection->max_readahead = kLargestRequest;
+  // The kernel takes the smaller of this and the read-ahead RaiseReadAhead set.
+  connection->max_readahead = kReadAheadBytes;
   config->kernel_cache = 1;
   config->entry_timeout = config->attr_timeout = config->negative_timeout = kAttributeSeconds;
   return fuse_get_context()->private_data;
@@ -220,6 +228,15 @@ std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
   return fileSystem;
 }
 
+// Sets the read-ahead of the FUSE mount on mountPoint (absolute) through
+// its backing device's sysfs entry; does nothing where that is not allowed.
+void RaiseReadAhead(const std::string& mountPoint) {
+  const MountTable::Mount* mount = MountTable::Read().FindExactly(mountPoint);
+  if (mount == nullptr || mount->device.empty()) return;
+  std::ofstream setting("/sys/class/bdi/" + mount->device + "/read_ahead_kb");
+  setting << kReadAheadBytes / 1024;
+}
+
 // FUSE's own arguments: the program name and the mount options, ours first.
 std::vector<std::string> FuseArguments(const CommandLine& arguments) {
   std::vector<std::string> words = {"tolvar", "-o", kMountOptions};
@@ -246,6 +263,7 @@ int Serve(ShadowCopyFileSystem& fileSystem, const CommandLine& arguments) {
     fuse_destroy(fuse);
     return Fail("cannot mount on " + mountPoint + " (install fuse3 or load the fuse module: modprobe fuse)");
   }
+  RaiseReadAhead(mountPoint);
   struct fuse_session* session = fuse_get_session(fuse);
   int status = fuse_set_signal_handlers(session);
   // Without -f the command returns here, in the parent, once the mount is made.

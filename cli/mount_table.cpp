@@ -11,8 +11,9 @@ namespace tolvarcli {
 namespace {
 
 const char kMountInfo[] = "/proc/self/mountinfo";
-constexpr int kMountPointField = 4;  // fields from 0: ID, parent, device, root, mount point, ...
-const char kSeparator[] = "-";       // ends the optional fields; the type follows
+constexpr int kDeviceField = 2;  // fields from 0: ID, parent, device, root, mount point, ...
+constexpr int kMountPointField = 4;
+const char kSeparator[] = "-";  // ends the optional fields; the type follows
 
 // Whether field holds a backslash and three octal digits at k.
 bool IsOctalEscape(const std::string& field, std::size_t k) {
@@ -62,16 +63,17 @@ MountTable MountTable::Parse(const std::string& text) {
     std::size_t separator = kMountPointField + 1;
     while (separator < fields.size() && fields[separator] != kSeparator) ++separator;
     if (separator + 1 >= fields.size()) continue;
-    table.mounts_.push_back(Mount{Unescape(fields[kMountPointField]), fields[separator + 1]});
+    table.mounts_.push_back(Mount{Unescape(fields[kMountPointField]), fields[separator + 1], fields[kDeviceField]});
   }
   return table;
 }
 
-const MountTable::Mount* MountTable::Find(const std::string& path) const {
-  const std::string wanted = Resolved(path);
+const MountTable::Mount* MountTable::Find(const std::string& path) const { return FindExactly(Resolved(path)); }
+
+const MountTable::Mount* MountTable::FindExactly(const std::string& point) const {
   const Mount* found = nullptr;
   for (const Mount& mount : mounts_) {
-    if (mount.point == wanted) found = &mount;
+    if (mount.point == point) found = &mount;
   }
   return found;
 }

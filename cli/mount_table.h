@@ -11,8 +11,9 @@ namespace tolvarcli {
 class MountTable {
  public:
   struct Mount {
-    std::string point;  // where it is mounted, an absolute path
-    std::string type;   // the file system type, e.g. "fuse.tolvar"
+    std::string point;   // where it is mounted, an absolute path
+    std::string type;    // the file system type, e.g. "fuse.tolvar"
+    std::string device;  // the file system's device number as "MAJOR:MINOR"
   };
 
   // The current table; empty when it cannot be read.
@@ -23,6 +24,9 @@ class MountTable {
   // The last mount (the one in force) on the directory at path, which is
   // resolved first, or null.
   const Mount* Find(const std::string& path) const;
+  // The last mount on point, an absolute path taken as it is (nothing on
+  // it is looked at: the mount may not answer yet), or null.
+  const Mount* FindExactly(const std::string& point) const;
 
   const std::vector<Mount>& Mounts() const { return mounts_; }
 

@@ -21,6 +21,21 @@ TEST(MountTableTest, EachLineGivesItsMountPointUnescapedAndTheTypeAfterTheSepara
   EXPECT_EQ(table.Mounts()[2].type, "tmpfs");
 }
 
+TEST(MountTableTest, EachMountCarriesItsDeviceNumber) {
+  const MountTable table = MountTable::Parse(kMountInfo);
+  ASSERT_EQ(table.Mounts().size(), 3u);
+  EXPECT_EQ(table.Mounts()[0].device, "8:1");
+  EXPECT_EQ(table.Mounts()[1].device, "0:35");
+}
+
+TEST(MountTableTest, FindExactlyTakesThePathAsItIs) {
+  const MountTable table = MountTable::Parse("2 1 0:2 / /tmp rw - tmpfs b rw\n3 2 0:3 / /tmp rw - fuse.tolvar c ro\n");
+  const MountTable::Mount* mount = table.FindExactly("/tmp");
+  ASSERT_NE(mount, nullptr);
+  EXPECT_EQ(mount->device, "0:3");
+  EXPECT_EQ(table.FindExactly("/tmp/../tmp"), nullptr);
+}
+
 TEST(MountTableTest, FindResolvesThePathAndTakesTheLastMountThere) {
   const MountTable table = MountTable::Parse(
       "1 0 0:1 / / rw - ext4 a rw\n2 1 0:2 / /tmp rw - tmpfs b rw\n3 2 0:3 / /tmp rw - fuse.tolvar c ro\n");
