@@ -231,7 +231,8 @@ std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
 // Sets the read-ahead of the FUSE mount on mountPoint (absolute) through
 // its backing device's sysfs entry; does nothing where that is not allowed.
 void RaiseReadAhead(const std::string& mountPoint) {
-  const MountTable::Mount* mount = MountTable::Read().FindExactly(mountPoint);
+  const MountTable table = MountTable::Read();
+  const MountTable::Mount* mount = table.FindExactly(mountPoint);
   if (mount == nullptr || mount->device.empty()) return;
   std::ofstream setting("/sys/class/bdi/" + mount->device + "/read_ahead_kb");
   setting << kReadAheadBytes / 1024;
