@@ -14,6 +14,7 @@
 #include "cli/exit_code.h"
 #include "cli/block_codec.h"
 #include "cli/block_hash.h"
+#include "cli/block_pipeline.h"
 #include "cli/library_path.h"
 #include "cli/image_probe.h"
 #include "cli/increment_writer.h"
@@ -53,33 +54,43 @@ bool FailedOnlyPastTheEnd(const std::vector<uint8_t>& bitmap, uint64_t blockSize
   return false;
 }
 
-// Where the walk's blocks go: an increment file or a qcow2 overlay.
+// Where the walk's blocks go: an increment file or a qcow2 overlay. prepare
+// runs on the walking thread (reads and fingerprints), add on the writer's.
 struct BlockTarget {
-  std::function<bool(uint64_t index, const std::vector<uint8_t>& block)> add;  // stores one block
-  std::function<bool()> commit;                                                // completes the file
-  std::function<std::string()> writingName;                                    // for messages
-  bool toStandardOutput;                                                       // OUT is "-"
+  std::function<bool(BlockPipeline::Item* item)> prepare;    // fills in what add needs besides the block
+  std::function<bool(const BlockPipeline::Item& item)> add;  // stores one block
+  std::function<bool()> commit;                              // completes the file
+  std::function<std::string()> writingName;                  // for messages
+  bool toStandardOutput;                                     // OUT is "-"
 };
 
+// Blocks read ahead of the writer: enough to ride out an uneven write.
+constexpr std::size_t kBlocksInFlight = 32;
+
 // Walks GetBlock to its end, handing each block to target, with progress.
+// The writing runs on a thread of its own while the next blocks are read.
 // Returns the exit code: the walk's failure is printed with the queue.
 int WalkInto(TrackingSession& session, const std::vector<uint8_t>& bitmap, uint64_t volumeSize, bool compare,
              const BlockTarget& target) {
   const uint64_t blockSize = session.BlockSize();
   ProgressMeter progress(CountSetBits(bitmap), blockSize);
-  std::vector<uint8_t> block(blockSize);
-  uint64_t index = 0;
+  BlockPipeline pipeline(blockSize, kBlocksInFlight, target.add);
   uint64_t lastServed = 0;
   bool served = false;
   int32_t status = 0;
-  while ((status = session.NextBlock(&block, &index, compare)) == TOLVAR_OK) {
-    if (!target.add(index, block)) {
-      std::fprintf(stderr, "tolvar: cannot write %s\n", target.writingName().c_str());
-      return kExitFile;
-    }
-    lastServed = index;
+  for (;;) {
+    BlockPipeline::Item* item = pipeline.Acquire();
+    if (item == nullptr) break;  // the writer failed
+    if ((status = session.NextBlock(&item->block, &item->index, compare)) != TOLVAR_OK) break;
+    if (!target.prepare(item)) return kExitLibrary;
+    pipeline.Submit(item);
+    lastServed = item->index;
     served = true;
     progress.Advance();
+  }
+  if (!pipeline.Finish()) {
+    std::fprintf(stderr, "tolvar: cannot write %s\n", target.writingName().c_str());
+    return kExitFile;
   }
   progress.Finish();
   const bool complete =
@@ -211,30 +222,40 @@ int BackupCommand::Run(const CommandLine& arguments) {
   bool opened = false;
   if (overlay) {
     opened = overlay->Open(volumeSize);
-    target.add = [&](uint64_t index, const std::vector<uint8_t>& block) {
+    target.prepare = [&](BlockPipeline::Item*) { return true; };
+    target.add = [&](const BlockPipeline::Item& item) {
       ++stored;
+      const std::vector<uint8_t>& block = item.block;
       // A block of zeros must read as zeros, not as BASE has it.
-      return IsAllZero(block.data(), block.size()) ? overlay->PutZeros(index * blockSize, blockSize)
-                                                   : overlay->Put(index * blockSize, block.data(), block.size());
+      return IsAllZero(block.data(), block.size()) ? overlay->PutZeros(item.index * blockSize, blockSize)
+                                                   : overlay->Put(item.index * blockSize, block.data(), block.size());
     };
     target.commit = [&] { return overlay->Commit(); };
     target.writingName = [&] { return overlay->WritingName(); };
     target.toStandardOutput = false;
   } else {
     opened = writer.Begin(header, bitmap);
-    target.add = [&](uint64_t index, const std::vector<uint8_t>& block) {
+    // The fingerprints are taken on the walking thread, so that the writer
+    // only writes.
+    target.prepare = [&](BlockPipeline::Item* item) {
+      if (header.version != IncrementHeader::kVersion2) return true;
+      const uint64_t start = item->index * blockSize;
+      const bool promised =
+          (!olderUsed || olderUsed->AllUsed(start, blockSize)) && !olderStore.Overlaps(start, blockSize);
+      item->flags = promised ? 0 : IncrementHeader::kRecordUnchecked;
+      item->newHash = BlockHash::Of(item->block.data(), item->block.size());
+      // apply checks only promised blocks against their old contents.
+      item->oldHash = 0;
+      if (!promised) return true;
+      if (!OldBlock(older, item->index, volumeSize, &oldBlock)) return false;  // says why
+      item->oldHash = BlockHash::Of(oldBlock.data(), oldBlock.size());
+      return true;
+    };
+    target.add = [&](const BlockPipeline::Item& item) {
       ++stored;
-      uint64_t oldHash = 0;
-      uint64_t flags = 0;
-      if (header.version == IncrementHeader::kVersion2) {
-        if (!OldBlock(older, index, volumeSize, &oldBlock)) return false;
-        oldHash = BlockHash::Of(oldBlock.data(), oldBlock.size());
-        const uint64_t start = index * blockSize;
-        const bool promised =
-            (!olderUsed || olderUsed->AllUsed(start, blockSize)) && !olderStore.Overlaps(start, blockSize);
-        flags = promised ? 0 : IncrementHeader::kRecordUnchecked;
-      }
-      return writer.AddBlock(index, block, oldHash, flags);
+      return header.version == IncrementHeader::kVersion2
+                 ? writer.AddHashedBlock(item.index, item.block, item.oldHash, item.newHash, item.flags)
+                 : writer.AddBlock(item.index, item.block);
     };
     target.commit = [&] { return writer.Commit(); };
     target.writingName = [&] { return writer.WritingName(); };

@@ -27,6 +27,11 @@ bool IncrementWriter::AddBlock(uint64_t index, const std::vector<uint8_t>& block
     ++count_;
     return true;
   }
+  return AddHashedBlock(index, block, oldHash, BlockHash::Of(block.data(), block.size()), flags);
+}
+
+bool IncrementWriter::AddHashedBlock(uint64_t index, const std::vector<uint8_t>& block, uint64_t oldHash,
+                                     uint64_t newHash, uint64_t flags) {
   const uint8_t* stored = block.data();
   std::size_t storedSize = block.size();
   if (header_.Compressed()) {
@@ -35,11 +40,11 @@ bool IncrementWriter::AddBlock(uint64_t index, const std::vector<uint8_t>& block
     storedSize = packed_.size();
   }
   uint8_t head[IncrementHeader::kRecordHeaderSizeV2];
-  StoreLe64(head, index);
-  StoreLe64(head + 8, flags);
-  StoreLe64(head + 16, oldHash);
-  StoreLe64(head + 24, BlockHash::Of(block.data(), block.size()));
-  StoreLe64(head + 32, storedSize);
+  StoreLe64(head + IncrementHeader::kRecordIndexOffset, index);
+  StoreLe64(head + IncrementHeader::kRecordFlagsOffset, flags);
+  StoreLe64(head + IncrementHeader::kRecordOldHashOffset, oldHash);
+  StoreLe64(head + IncrementHeader::kRecordNewHashOffset, newHash);
+  StoreLe64(head + IncrementHeader::kRecordStoredLengthOffset, storedSize);
   if (!Write(head, sizeof head) || !Write(stored, storedSize)) return false;
   ++count_;
   return true;

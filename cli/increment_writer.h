@@ -28,6 +28,10 @@ class IncrementWriter {
   // oldHash, the hash of the block in the older shadow copy, and the
   // record's flags go into version 2 records only.
   bool AddBlock(uint64_t index, const std::vector<uint8_t>& block, uint64_t oldHash = 0, uint64_t flags = 0);
+  // The same for a version 2 record whose block hash, newHash, the caller
+  // has taken already.
+  bool AddHashedBlock(uint64_t index, const std::vector<uint8_t>& block, uint64_t oldHash, uint64_t newHash,
+                      uint64_t flags);
 
   // Writes the trailer and commits the output.
   bool Commit();
