@@ -1,4 +1,10 @@
 #include <xxhash.h>
+// Where libxxhash carries its x86 dispatch (Debian's does on amd64), the
+// hashes run on the widest vector unit the processor has (AVX2 here: about
+// twice the default SSE2 speed); the values are the same.
+#ifdef TOLVAR_XXHASH_DISPATCH
+#include <xxh_x86dispatch.h>
+#endif
 
 #include "cli/block_hash.h"
 
