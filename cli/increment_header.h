@@ -11,7 +11,8 @@
 //   (zstd-compressed with the compressed flag, else the blockSize bytes
 //   themselves). Record flag 1: the block lies partly in the store's own
 //   files or in clusters free in the older snapshot, whose bytes no image
-//   of it is bound to hold; apply does not check it against its old hash.
+//   of it is bound to hold; apply does not check it, and its old hash is
+//   0 (backup does not read the older block for it).
 //   trailer: blockCount again (8 bytes), then the checksum (8 bytes) of
 //   every byte of the file before it: CRC-64 in version 1, XXH3-64 in 2
 #ifndef TOLVAR_CLI_INCREMENT_HEADER_H_
@@ -43,6 +44,12 @@ struct IncrementHeader {
   static constexpr uint64_t kRecordIndexSize = 8;
   static constexpr uint64_t kRecordHeaderSizeV2 = 40;  // index, flags, old hash, new hash, stored length
   static constexpr uint64_t kRecordUnchecked = 1;      // record flag: old contents not promised
+  // A version 2 record header's fields, 8 bytes each (version 1 has the index only).
+  static constexpr uint64_t kRecordIndexOffset = 0;
+  static constexpr uint64_t kRecordFlagsOffset = 8;
+  static constexpr uint64_t kRecordOldHashOffset = 16;
+  static constexpr uint64_t kRecordNewHashOffset = 24;
+  static constexpr uint64_t kRecordStoredLengthOffset = 32;
   static constexpr uint64_t kTrailerSize = 16;
 
   uint32_t version = kVersion1;

@@ -73,11 +73,11 @@ bool IncrementReader::ReadRecords(std::ifstream& in, uint64_t end, std::vector<u
     uint8_t head[IncrementHeader::kRecordHeaderSizeV2];
     if (end - at < headSize || !ReadExactly(in, head, headSize)) return Fail("file size does not fit whole blocks");
     Record record;
-    record.index = LoadLe64(head);
-    record.flags = version1 ? 0 : LoadLe64(head + 8);
-    record.oldHash = version1 ? 0 : LoadLe64(head + 16);
-    record.newHash = version1 ? 0 : LoadLe64(head + 24);
-    record.stored = version1 ? header_.blockSize : LoadLe64(head + 32);
+    record.index = LoadLe64(head + IncrementHeader::kRecordIndexOffset);
+    record.flags = version1 ? 0 : LoadLe64(head + IncrementHeader::kRecordFlagsOffset);
+    record.oldHash = version1 ? 0 : LoadLe64(head + IncrementHeader::kRecordOldHashOffset);
+    record.newHash = version1 ? 0 : LoadLe64(head + IncrementHeader::kRecordNewHashOffset);
+    record.stored = version1 ? header_.blockSize : LoadLe64(head + IncrementHeader::kRecordStoredLengthOffset);
     record.at = at + headSize;
     // A stored length is at most what zstd could make of a block; checked
     // before anything is allocated for it.
