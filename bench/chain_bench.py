@@ -12,13 +12,16 @@ quarter of the descriptors.
 
 - backup to a .tvi file (plain and --compress) and to a qcow2 overlay, against
   dd copying the same number of bytes (the plain increment, read from the page
-  cache) into a new file on the same file system;
+  cache) into a new file on the same file system, each case timed in
+  alternation with dd (how fast the kernel takes new dirty pages varies from
+  one moment to the next on a machine whose memory is all page cache);
 - export of the older shadow copy: to standard output (read into /dev/null)
   against reading the volume file with pread in 1 MiB pieces; to a sparse raw
   file against dd copying the volume file into a sparse file; and against
   libvshadow (pyvshadow) reading the same shadow copy in 1 MiB pieces.
 
-Before each timed run the page cache is written back (sync), so no run pays for
+Before each timed run the last run's output is removed and the page cache is
+written back (sync), untimed, so no run pays for
 the one before it. Each figure is the median of --runs (libvshadow: one run);
 ratios are baseline time over tolvar's time (above 1: tolvar is faster)."""
 import argparse
@@ -38,9 +41,12 @@ def run(words, stdout=subprocess.DEVNULL):
     subprocess.run([str(word) for word in words], check=True, stdout=stdout, stderr=subprocess.DEVNULL)
 
 
-def timed(function, runs):
+def timed(function, runs, setup=None):
+    """Median seconds of function; setup (removing the last run's output) runs untimed before each."""
     times = []
     for _ in range(runs):
+        if setup:
+            setup()
         os.sync()
         start = time.perf_counter()
         function()
@@ -91,28 +97,40 @@ def vshadow_all(path, index):
     volume.close()
 
 
+def timed_pair(baseline, candidate, runs, setup):
+    """Medians of baseline and candidate timed in alternation (one of each per
+    round, so that both meet the same state of the page cache); setup runs
+    untimed before each, followed by sync."""
+    times = ([], [])
+    for _ in range(runs):
+        for slot, function in enumerate((baseline, candidate)):
+            setup()
+            os.sync()
+            start = time.perf_counter()
+            function()
+            times[slot].append(time.perf_counter() - start)
+    return statistics.median(times[0]), statistics.median(times[1])
+
+
 def bench_backup(arguments, volume, older, newer):
     work = arguments.work
-    tvi, packed, overlay = (os.path.join(work, name) for name in ("bench.tvi", "bench.z.tvi", "bench.qcow2"))
+    names = ("bench.tvi", "bench.new.tvi", "bench.z.tvi", "bench.qcow2")
+    tvi, plain, packed, overlay = (os.path.join(work, name) for name in names)
     copy, base = os.path.join(work, "bench.copy"), os.path.join(work, "bench.base.raw")
-    run([arguments.cli, "backup", volume, older, newer, tvi])
+    run([arguments.cli, "backup", volume, older, newer, tvi])  # what dd copies
     warm(volume)
     warm(tvi)
 
     def dd():
-        remove(copy)
         run(["dd", "if=" + tvi, "of=" + copy, "bs=1M"])
 
     def backup(out, extra):
         def once():
-            remove(out)
             run([arguments.cli, "backup", volume, older, newer, out] + extra)
         return once
 
-    baseline = timed(dd, arguments.runs)
-    remove(copy)
     size = os.path.getsize(tvi)
-    cases = (("backup .tvi", backup(tvi, []), tvi),
+    cases = (("backup .tvi", backup(plain, []), plain),
              ("backup --compress", backup(packed, ["--compress"]), packed),
              ("backup qcow2 overlay", backup(overlay, ["--format", "qcow2", "--base", base]), overlay))
     rows = []
@@ -120,17 +138,18 @@ def bench_backup(arguments, volume, older, newer):
         if out == overlay:
             run([arguments.cli, "export", volume, older, base])
             warm(volume)
-        rows.append((label, timed(function, arguments.runs), os.path.getsize(out)))
+        baseline, seconds = timed_pair(dd, function, arguments.runs, lambda: remove(out, copy))
+        rows.append((label, seconds, os.path.getsize(out), baseline))
         remove(out)
     print("backup of the older to the newer shadow copy: %d bytes in the .tvi" % size)
-    print("%-24s %9s %14s %12s" % ("case", "seconds", "bytes", "dd / tolvar"))
-    print("%-24s %9.3f %14d" % ("dd of the same bytes", baseline, size))
-    for label, seconds, written in rows:
-        print("%-24s %9.3f %14d %12.2f" % (label, seconds, written, baseline / seconds))
-    plain, compressed = rows[0], rows[1]
+    print("each case timed in alternation with dd copying the .tvi (%d bytes) to a new file" % size)
+    print("%-24s %9s %14s %9s %12s" % ("case", "seconds", "bytes", "dd", "dd / tolvar"))
+    for label, seconds, written, baseline in rows:
+        print("%-24s %9.3f %14d %9.3f %12.2f" % (label, seconds, written, baseline, baseline / seconds))
+    plain_row, compressed_row = rows[0], rows[1]
     print("compression: %.3f of the plain size, %.0f MB/s of increment against %.0f MB/s plain"
-          % (compressed[2] / plain[2], size / compressed[1] / 1e6, size / plain[1] / 1e6))
-    remove(tvi, packed, overlay, copy, base)
+          % (compressed_row[2] / plain_row[2], size / compressed_row[1] / 1e6, size / plain_row[1] / 1e6))
+    remove(tvi, plain, packed, overlay, copy, base)
 
 
 def bench_export(arguments, volume, older):
@@ -142,17 +161,15 @@ def bench_export(arguments, volume, older):
             run([arguments.cli, "export", volume, older, "-"], stdout=sink)
 
     def to_file():
-        remove(out)
         run([arguments.cli, "export", volume, older, out])
 
     def dd_sparse():
-        remove(copy)
         run(["dd", "if=" + volume, "of=" + copy, "bs=1M", "conv=sparse"])
 
     streamed = timed(to_stdout, arguments.runs)
     pread = timed(lambda: pread_all(volume), arguments.runs)
-    written = timed(to_file, arguments.runs)
-    copied = timed(dd_sparse, arguments.runs)
+    written = timed(to_file, arguments.runs, lambda: remove(out))
+    copied = timed(dd_sparse, arguments.runs, lambda: remove(copy))
     vshadow = timed(lambda: vshadow_all(volume, 0), 1)
     size = os.path.getsize(volume)
     print("export of the older shadow copy of a %d-byte volume" % size)
