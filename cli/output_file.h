@@ -16,12 +16,9 @@ namespace tolvarcli {
 
 class OutputFile {
  public:
-  // Pieces from this size on (the buffer's) are written around the stdio
-  // buffer; smaller ones, such as an increment's 64 KiB block records with
-  // their headers, are gathered into buffer-sized writes, which the kernel
-  // takes faster than one write per piece.
-  static constexpr std::size_t kWriteThroughSize = 1 << 20;
   // The name that means standard output.
+  // Pieces from this size on are written around the stdio buffer.
+  static constexpr std::size_t kWriteThroughSize = 64 << 10;
   static constexpr const char* kStandardOutput = "-";
   static constexpr const char* kTemporarySuffix = ".partial";
 
@@ -66,7 +63,7 @@ class OutputFile {
 
  private:
   enum class Kind { kTemporary, kInPlace, kStandardOutput };
-  static constexpr std::size_t kBufferSize = kWriteThroughSize;
+  static constexpr std::size_t kBufferSize = 1 << 20;
 
   bool MoveTo(uint64_t offset);
 
