@@ -54,14 +54,14 @@ class BlockPipeline {
   std::mutex mutex_;
   // Each side is woken only when it waits for what the other just gave:
   // a wake-up per block would cost more than the copy it overlaps.
-  std::condition_variable slotFreed_;   // the reader waits here for a free slot
+  std::condition_variable slotFreed_;    // the reader waits here for a free slot
   std::condition_variable blockQueued_;  // the writer waits here for a queued block
   bool readerWaits_ = false;             // (guarded by mutex_)
   bool writerWaits_ = false;             // (guarded by mutex_)
-  std::vector<Item*> free_;   // slots to fill (guarded by mutex_)
-  std::deque<Item*> queued_;  // slots to consume, in order (guarded by mutex_)
-  bool failed_ = false;       // the consumer returned false (guarded by mutex_)
-  bool closing_ = false;      // no more blocks come (guarded by mutex_)
+  std::vector<Item*> free_;              // slots to fill (guarded by mutex_)
+  std::deque<Item*> queued_;             // slots to consume, in order (guarded by mutex_)
+  bool failed_ = false;                  // the consumer returned false (guarded by mutex_)
+  bool closing_ = false;                 // no more blocks come (guarded by mutex_)
   std::thread writer_;
 };
 
