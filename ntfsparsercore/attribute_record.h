@@ -44,7 +44,6 @@ class AttributeRecord {
   uint64_t GetStartingVcn() const { return startingVcn_; }
   const std::string& GetName() const { return name_; }
 
- private:
   // On-disk attribute header; the first kHeaderSize bytes are read in one piece.
   static constexpr uint64_t kHeaderSize = 0x48;
   static constexpr uint64_t kTypeOffset = 0x00;                // 4 bytes: type code
@@ -67,6 +66,7 @@ class AttributeRecord {
   static constexpr uint16_t kFlagCompressed = 0x0001;
   static constexpr uint16_t kFlagSparse = 0x8000;
 
+ private:
   void ReadName(uint8_t nameLength, uint16_t nameOffset);
 
   std::shared_ptr<io::ISource> source_;  // the MFT record the header lies in

@@ -1,5 +1,8 @@
 #include "ntfsparsercore/run_list.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace ntfsparsercore {
 
 namespace {
@@ -33,25 +36,20 @@ uint64_t NegativeMagnitude(const uint8_t* bytes, unsigned size) {
   return magnitude;
 }
 
-}  // namespace
-
-RunList DecodeRunList(const AttributeRecord& record, uint64_t clusterSize) {
-  RunList runs;
-  AppendRuns(record, clusterSize, &runs);
-  return runs;
-}
-
-void AppendRuns(const AttributeRecord& record, uint64_t clusterSize, RunList* runs) {
+// Decodes mapping pairs read through read(buffer, count, position), which
+// returns how many bytes it delivered.
+template <typename ReadAt>
+void DecodeMappingPairs(const ReadAt& read, uint64_t clusterSize, RunList* runs) {
   uint64_t position = 0;
   uint64_t lcn = 0;
   for (;;) {
     uint8_t header = 0;
     // A header byte that cannot be read ends the list like a 0 byte.
-    if (record.Read(&header, 1, position) != 1 || header == 0) break;
+    if (read(&header, 1, position) != 1 || header == 0) break;
     const unsigned lengthSize = header & kLengthSizeMask;
     const unsigned deltaSize = header >> kDeltaSizeShift;
     uint8_t field[2 * kMaxFieldBytes] = {};  // a short read leaves zeros
-    record.Read(field, lengthSize + deltaSize, position + 1);
+    read(field, lengthSize + deltaSize, position + 1);
     const uint64_t clusters = LoadField(field, lengthSize);
     const uint8_t* deltaBytes = field + lengthSize;
     uint64_t delta = LoadField(deltaBytes, deltaSize);
@@ -67,6 +65,31 @@ void AppendRuns(const AttributeRecord& record, uint64_t clusterSize, RunList* ru
     }
     runs->push_back(run);
   }
+}
+
+}  // namespace
+
+RunList DecodeRunList(const AttributeRecord& record, uint64_t clusterSize) {
+  RunList runs;
+  AppendRuns(record, clusterSize, &runs);
+  return runs;
+}
+
+void AppendRuns(const AttributeRecord& record, uint64_t clusterSize, RunList* runs) {
+  DecodeMappingPairs(
+      [&record](void* buffer, uint64_t count, uint64_t position) { return record.Read(buffer, count, position); },
+      clusterSize, runs);
+}
+
+void AppendRuns(const uint8_t* pairs, uint64_t size, uint64_t clusterSize, RunList* runs) {
+  DecodeMappingPairs(
+      [pairs, size](void* buffer, uint64_t count, uint64_t position) -> uint64_t {
+        if (position >= size) return 0;
+        const uint64_t n = std::min(count, size - position);
+        std::memcpy(buffer, pairs + position, static_cast<std::size_t>(n));
+        return n;
+      },
+      clusterSize, runs);
 }
 
 RunList BuildRunList(const Attribute& attribute, uint64_t clusterSize) {

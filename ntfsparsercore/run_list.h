@@ -28,6 +28,9 @@ using RunList = std::vector<Run>;
 RunList DecodeRunList(const AttributeRecord& record, uint64_t clusterSize);
 // The same runs, appended to runs.
 void AppendRuns(const AttributeRecord& record, uint64_t clusterSize, RunList* runs);
+// The runs of mapping pairs held in memory, size bytes from pairs on (reads
+// past them come back short, as reads past a record's allocated size do).
+void AppendRuns(const uint8_t* pairs, uint64_t size, uint64_t clusterSize, RunList* runs);
 
 // The runs of every record of the attribute, in record order.
 RunList BuildRunList(const Attribute& attribute, uint64_t clusterSize);

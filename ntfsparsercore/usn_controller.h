@@ -35,13 +35,13 @@ class UsnController {
   const std::vector<uint8_t>& GetFixupBytes() const { return fixup_; }
   uint64_t GetBaseOffset() const { return baseOffset_; }
 
- private:
   // Multi-sector header, at the record's first byte.
   static constexpr uint64_t kMagicOffset = 0x00;      // 4 bytes: record magic
   static constexpr uint64_t kUsaOffsetOffset = 0x04;  // 2 bytes: update sequence array offset
   static constexpr uint64_t kUsaCountOffset = 0x06;   // 2 bytes: array length in 16-bit words
   static constexpr uint64_t kHeaderSize = 8;
 
+ private:
   void LoadFixupBytes(uint16_t arrayOffset, uint16_t arrayCount);
 
   IVolume* volume_;                      // supplies the fix-up stride (sector size)
