@@ -1,7 +1,5 @@
 #include "cli/file_time.h"
 
-#include <cstdio>
-
 namespace tolvarcli {
 
 namespace {
@@ -24,6 +22,22 @@ void CivilFromDays(int64_t days, int64_t* year, unsigned* month, unsigned* day) 
   *year = static_cast<int64_t>(yearOfEra) + era * 400 + (*month <= 2);
 }
 
+// Writes value in decimal, zero-padded to at least width digits, at *out
+// and moves *out past it. Done by hand: snprintf was a tenth of the time of
+// `changes --json`, which prints four times for each version of a file.
+void PutDigits(uint64_t value, int width, char** out) {
+  char digits[20];
+  int count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  while (count < width) digits[count++] = '0';
+  while (count > 0) *(*out)++ = digits[--count];
+}
+
+void PutChar(char c, char** out) { *(*out)++ = c; }
+
 }  // namespace
 
 int64_t FileTimeUnix(uint64_t fileTime) { return static_cast<int64_t>(fileTime / kTicksPerSecond) - kUnixEpochSeconds; }
@@ -40,11 +54,24 @@ std::string FileTimeIso(uint64_t fileTime) {
   unsigned month = 0;
   unsigned day = 0;
   CivilFromDays(days, &year, &month, &day);
-  char text[48];
-  std::snprintf(text, sizeof text, "%04lld-%02u-%02uT%02lld:%02lld:%02lld.%07lluZ", static_cast<long long>(year), month,
-                day, static_cast<long long>(rest / 3600), static_cast<long long>(rest / 60 % 60),
-                static_cast<long long>(rest % 60), static_cast<unsigned long long>(fileTime % kTicksPerSecond));
-  return text;
+  // A FILETIME's year lies between 1601 and 60056.
+  char text[32];
+  char* out = text;
+  PutDigits(static_cast<uint64_t>(year), 4, &out);
+  PutChar('-', &out);
+  PutDigits(month, 2, &out);
+  PutChar('-', &out);
+  PutDigits(day, 2, &out);
+  PutChar('T', &out);
+  PutDigits(static_cast<uint64_t>(rest / 3600), 2, &out);
+  PutChar(':', &out);
+  PutDigits(static_cast<uint64_t>(rest / 60 % 60), 2, &out);
+  PutChar(':', &out);
+  PutDigits(static_cast<uint64_t>(rest % 60), 2, &out);
+  PutChar('.', &out);
+  PutDigits(fileTime % kTicksPerSecond, 7, &out);
+  PutChar('Z', &out);
+  return std::string(text, out);
 }
 
 }  // namespace tolvarcli

@@ -1,5 +1,7 @@
 #include "cli/file_time.h"
 
+#include <cstdint>
+
 #include <gtest/gtest.h>
 
 namespace tolvarcli {
@@ -23,6 +25,10 @@ TEST(FileTimeTest, LeapDaysAndTimesBefore1970) {
   EXPECT_EQ(FileTimeIso(kUnixEpoch + 951782400ull * 10000000), "2000-02-29T00:00:00.0000000Z");
   EXPECT_EQ(FileTimeIso(0), "1601-01-01T00:00:00.0000000Z");
   EXPECT_EQ(FileTimeUnix(0), -11644473600);
+}
+
+TEST(FileTimeTest, TheLargestFileTimeHasAFiveDigitYear) {
+  EXPECT_EQ(FileTimeIso(UINT64_MAX), "60056-05-28T05:36:10.9551615Z");
 }
 
 }  // namespace
