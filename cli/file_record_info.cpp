@@ -27,7 +27,6 @@ constexpr uint64_t kSequenceOffset = 16;  // 2 bytes: sequence number
 // $STANDARD_INFORMATION value.
 constexpr uint64_t kTimesOffset = 0;        // four 8-byte FILETIMEs
 constexpr uint64_t kAttributesOffset = 32;  // 4 bytes: file attribute flags
-constexpr uint64_t kStandardInformationSize = 36;
 
 // Non-resident attribute header.
 constexpr uint64_t kInitializedSizeOffset = 0x38;  // 8 bytes
@@ -47,29 +46,14 @@ std::vector<uint8_t> ReadValue(const ntfsparsercore::Attribute& attribute, uint6
 
 void ReadStandardInformation(ntfsparsercore::MftRecord& record, FileRecordInfo* info) {
   for (const auto& attribute : record.GetAttributes(ntfsparsercore::format::kAttributeStandardInformation)) {
-    const std::vector<uint8_t> value = ReadValue(*attribute, kStandardInformationSize);
-    if (value.size() < kStandardInformationSize) continue;
-    for (int t = 0; t < FileRecordInfo::kTimeCount; ++t) info->times[t] = LoadLe64(&value[kTimesOffset + 8 * t]);
-    info->attributes = LoadLe32(&value[kAttributesOffset]);
-    info->hasTimes = true;
-    return;
+    if (DecodeStandardInformation(ReadValue(*attribute, kStandardInformationSize), info)) return;
   }
 }
 
 void ReadNames(ntfsparsercore::MftRecord& record, FileRecordInfo* info) {
   for (const auto& attribute : record.GetAttributes(ntfsparsercore::format::kAttributeFileName)) {
-    const std::vector<uint8_t> value = ReadValue(*attribute, FileNameValue::kHeaderSize + 2 * 255);
-    if (value.size() < FileNameValue::kHeaderSize) continue;
-    const uint64_t reference = LoadLe64(&value[FileNameValue::kParentReference]);
     FileName name;
-    name.parent = reference & ntfsparsercore::format::kFileReferenceRecordMask;
-    name.parentSequence = static_cast<uint16_t>(reference >> ntfsparsercore::format::kFileReferenceSequenceShift);
-    name.nameSpace = value[FileNameValue::kNamespace];
-    const std::size_t units =
-        std::min<std::size_t>(value[FileNameValue::kNameLength], (value.size() - FileNameValue::kName) / 2);
-    for (std::size_t i = 0; i < units; ++i)
-      name.name.push_back(static_cast<char16_t>(LoadLe16(&value[FileNameValue::kName + 2 * i])));
-    info->names.push_back(name);
+    if (DecodeFileName(ReadValue(*attribute, kFileNameValueLimit), &name)) info->names.push_back(name);
   }
 }
 
@@ -118,7 +102,7 @@ void ReadStreams(ntfsparsercore::MftRecord& record, uint64_t clusterSize, FileRe
     stream.resident = attribute->IsResident();
     stream.compressed = attribute->IsCompressed();
     stream.sparse = attribute->IsSparse();
-    stream.attribute = attribute;
+    stream.compressionUnit = attribute->GetCompressionUnit();
     if (stream.resident) {
       stream.residentValue = ReadValue(*attribute, stream.size);
       stream.initializedSize = stream.size;
@@ -131,6 +115,28 @@ void ReadStreams(ntfsparsercore::MftRecord& record, uint64_t clusterSize, FileRe
 }
 
 }  // namespace
+
+bool DecodeStandardInformation(const std::vector<uint8_t>& value, FileRecordInfo* info) {
+  if (value.size() < kStandardInformationSize) return false;
+  for (int t = 0; t < FileRecordInfo::kTimeCount; ++t) info->times[t] = LoadLe64(&value[kTimesOffset + 8 * t]);
+  info->attributes = LoadLe32(&value[kAttributesOffset]);
+  info->hasTimes = true;
+  return true;
+}
+
+bool DecodeFileName(const std::vector<uint8_t>& value, FileName* name) {
+  if (value.size() < FileNameValue::kHeaderSize) return false;
+  const uint64_t reference = LoadLe64(&value[FileNameValue::kParentReference]);
+  name->parent = reference & ntfsparsercore::format::kFileReferenceRecordMask;
+  name->parentSequence = static_cast<uint16_t>(reference >> ntfsparsercore::format::kFileReferenceSequenceShift);
+  name->nameSpace = value[FileNameValue::kNamespace];
+  const std::size_t units =
+      std::min<std::size_t>(value[FileNameValue::kNameLength], (value.size() - FileNameValue::kName) / 2);
+  name->name.clear();
+  for (std::size_t i = 0; i < units; ++i)
+    name->name.push_back(static_cast<char16_t>(LoadLe16(&value[FileNameValue::kName + 2 * i])));
+  return true;
+}
 
 const DataStream* FileRecordInfo::UnnamedData() const {
   for (const DataStream& stream : streams) {
@@ -174,9 +180,9 @@ std::vector<uint8_t> ReadRawRecord(ntfsparsercore::MftTable& table, uint64_t rec
 FileRecordInfo ReadFileRecordInfo(ntfsparsercore::MftTable& table, uint64_t clusterSize, uint64_t record) {
   FileRecordInfo info;
   info.record = record;
-  info.raw = ReadRawRecord(table, record);
-  info.zero = std::all_of(info.raw.begin(), info.raw.end(), [](uint8_t b) { return b == 0; });
-  if (info.raw.size() >= kSequenceOffset + 2) info.sequence = LoadLe16(&info.raw[kSequenceOffset]);
+  const std::vector<uint8_t> raw = ReadRawRecord(table, record);
+  info.zero = std::all_of(raw.begin(), raw.end(), [](uint8_t b) { return b == 0; });
+  if (raw.size() >= kSequenceOffset + 2) info.sequence = LoadLe16(&raw[kSequenceOffset]);
   if (info.zero) return info;
   tolvarcommon::ErrorRecorder recorder;
   std::shared_ptr<ntfsparsercore::MftRecord> mft = table.GetRecord(record, false);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ntfsparsercore/attribute.h"
+#include "ntfsparsercore/file_name_value.h"
 #include "ntfsparsercore/mft_table.h"
 #include "ntfsparsercore/run_list.h"
 
@@ -27,15 +28,15 @@ struct FileName {
 
 // One $DATA attribute.
 struct DataStream {
-  std::u16string name;                                   // empty for the unnamed stream
-  uint64_t size = 0;                                     // value size
-  uint64_t initializedSize = 0;                          // bytes written; the rest reads as zeros
-  bool resident = true;                                  // value inside the record
-  bool compressed = false;                               // LZNT1 compression units
-  bool sparse = false;                                   // may have unallocated runs
-  std::vector<uint8_t> residentValue;                    // the value, when resident
-  ntfsparsercore::RunList runs;                          // the runs, when not
-  std::shared_ptr<ntfsparsercore::Attribute> attribute;  // for reading the value
+  std::u16string name;                 // empty for the unnamed stream
+  uint64_t size = 0;                   // value size
+  uint64_t initializedSize = 0;        // bytes written; the rest reads as zeros
+  bool resident = true;                // value inside the record
+  bool compressed = false;             // LZNT1 compression units
+  bool sparse = false;                 // may have unallocated runs
+  std::vector<uint8_t> residentValue;  // the value, when resident
+  ntfsparsercore::RunList runs;        // the runs, when not
+  uint16_t compressionUnit = 0;        // log2 clusters per unit, when compressed
 };
 
 struct FileRecordInfo {
@@ -47,14 +48,13 @@ struct FileRecordInfo {
   static constexpr uint8_t kDosNamespace = 2;
   static constexpr uint8_t kWin32AndDosNamespace = 3;
 
-  uint64_t record = 0;       // the record number
-  uint16_t sequence = 0;     // the header's sequence number
-  bool zero = true;          // the record's bytes are all zero (never used)
-  bool damaged = false;      // not zero, and the parser reported it
-  bool inUse = false;        // in use and sound
-  bool directory = false;    // a directory
-  uint64_t baseRecord = 0;   // the base record of an extension record; 0 for a base record
-  std::vector<uint8_t> raw;  // the record's bytes as stored
+  uint64_t record = 0;      // the record number
+  uint16_t sequence = 0;    // the header's sequence number
+  bool zero = true;         // the record's bytes are all zero (never used)
+  bool damaged = false;     // not zero, and the parser reported it
+  bool inUse = false;       // in use and sound
+  bool directory = false;   // a directory
+  uint64_t baseRecord = 0;  // the base record of an extension record; 0 for a base record
   std::vector<FileName> names;
   bool hasTimes = false;                      // $STANDARD_INFORMATION was read
   uint64_t times[kTimeCount] = {0, 0, 0, 0};  // Windows FILETIMEs
@@ -71,6 +71,18 @@ struct FileRecordInfo {
   // The names other than DOS short names: those a directory listing shows.
   std::vector<FileName> ListedNames() const;
 };
+
+// Bytes of a $STANDARD_INFORMATION value that are read, and the most of a
+// $FILE_NAME value (its header and 255 UTF-16 code units).
+constexpr uint64_t kStandardInformationSize = 36;
+constexpr uint64_t kFileNameValueLimit = ntfsparsercore::FileNameValue::kHeaderSize + 2 * 255;
+
+// The times and attributes of a $STANDARD_INFORMATION value into *info;
+// false (and *info unchanged) when the value is shorter than they need.
+bool DecodeStandardInformation(const std::vector<uint8_t>& value, FileRecordInfo* info);
+// A $FILE_NAME value's parent and name; false when the value is shorter
+// than its header.
+bool DecodeFileName(const std::vector<uint8_t>& value, FileName* name);
 
 // The record numbered record, read through table on a volume of clusters
 // of clusterSize bytes. Messages the parser makes while reading it are kept

@@ -99,7 +99,7 @@ StreamCopier::Result Fail(std::string* error, const std::string& text, StreamCop
 StreamCopier::Result CopyCompressed(ntfsparsercore::NtfsVolume& volume, const DataStream& stream, std::FILE* out,
                                     std::string* error) {
   const uint64_t clusterSize = volume.GetClusterSize();
-  const unsigned exponent = stream.attribute->GetCompressionUnit();
+  const unsigned exponent = stream.compressionUnit;
   if (clusterSize == 0 || exponent >= kShiftWidth || clusterSize > (kMaxUnitSize >> exponent)) {
     return Fail(error, "the compression unit is not one NTFS uses", StreamCopier::kReadFailed);
   }
@@ -168,7 +168,7 @@ StreamCopier::Result StreamCopier::Copy(ntfsparsercore::NtfsVolume& volume, cons
     }
     return kCopied;
   }
-  if (stream.compressed && stream.attribute) return CopyCompressed(volume, stream, out, error);
+  if (stream.compressed) return CopyCompressed(volume, stream, out, error);
   return CopyPlain(volume, stream, out, error);
 }
 
