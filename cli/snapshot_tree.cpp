@@ -5,6 +5,8 @@
 #include <set>
 
 #include "common/error_recorder.h"
+#include "cli/file_record_parser.h"
+#include "cli/record_bytes_source.h"
 #include "cli/run_source.h"
 #include "ntfsparsercore/path_lookup.h"
 
@@ -63,7 +65,17 @@ SnapshotTree::SnapshotTree(std::shared_ptr<ntfsparsercore::NtfsVolume> volume)
 SnapshotTree::~SnapshotTree() = default;
 
 FileRecordInfo SnapshotTree::ReadRecord(uint64_t record) {
-  return ReadFileRecordInfo(*mft_, volume_->GetClusterSize(), record);
+  // Most records are read straight from their bytes; the rest through the
+  // parser, from a table whose source holds the record's bytes, read here once.
+  const uint64_t recordSize = mft_->GetRecordSize();
+  const uint64_t offset = mft_->GetBaseOffset() + record * recordSize;
+  std::vector<uint8_t> raw = ReadRawRecord(*mft_, record);
+  FileRecordInfo info;
+  const FileRecordParser::Layout layout{offset, volume_->GetSectorSize(), volume_->GetClusterSize()};
+  if (FileRecordParser::Parse(record, raw, layout, &info)) return info;
+  auto bytes = std::make_shared<RecordBytesSource>(mft_->GetSource(), offset, std::move(raw));
+  ntfsparsercore::MftTable table(volume_.get(), bytes, readers_, mft_->GetBaseOffset(), recordSize);
+  return ReadFileRecordInfo(table, volume_->GetClusterSize(), record);
 }
 
 std::shared_ptr<const FileRecordInfo> SnapshotTree::Info(uint64_t record) {
