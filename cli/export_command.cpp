@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cli/error_report.h"
+#include "common/aligned_bytes.h"
 #include "cli/exit_code.h"
 #include "cli/image_writer.h"
 #include "cli/progress_meter.h"
@@ -79,7 +80,7 @@ uint64_t RunOfBlocks(const uint8_t* chunk, uint64_t size, uint64_t at, bool zero
 int CopyView(SnapshotReader& snapshot, const UsedClusters* used, ImageWriter* writer, uint64_t* dataBytes) {
   const uint64_t size = snapshot.Size();
   ProgressMeter progress((size + kBlockSize - 1) / kBlockSize, kBlockSize);
-  std::vector<uint8_t> buffer(kChunkSize);
+  tolvarcommon::AlignedBytes buffer(kChunkSize);  // read straight into, a copy less
   for (uint64_t offset = 0; offset < size; offset += kChunkSize) {
     const uint64_t chunk = std::min(kChunkSize, size - offset);
     if (!ReadChunk(snapshot, used, offset, chunk, buffer.data())) return kExitLibrary;
