@@ -10,10 +10,13 @@ file of --changed-directories directories changed (appends, rewrites,
 deletions, new files; 5: 0.5 % of the files), a second shadow copy. --quick:
 100 x 1,000 files.
 
-`tolvar changes FROM TO --json` finds the changes from the MFT records in the
-blocks the stores mark changed; the baseline (`changes_baseline --full`) opens the
-same two shadow copies the same way and compares every record of both MFTs. Both
-report the same changes (checked). Each figure is the median of --runs; peak
+`tolvar changes FROM TO` finds the changes from the MFT records in the blocks
+the stores mark changed; the baseline (`changes_baseline --full`) opens the same
+two shadow copies the same way and compares every record of both MFTs. The
+command is timed twice: with its table (kind, record, sizes and path of each
+change: what the baseline prints, so the two do the same work) and with --json
+(every change's eight times besides). All three report the same changes
+(checked). Each figure is the median of --runs; peak
 memory is the largest resident set of a run (GNU time's maximum resident set size)."""
 import argparse
 import json
@@ -92,6 +95,12 @@ def keys(changes):
     return sorted((change["record"], change["change"], change["path"]) for change in changes)
 
 
+def table_keys(output):
+    """The table's lines (kind, record-sequence, old size, new size, path[, (was old path)]) as keys."""
+    rows = [line.split("\t") for line in output.decode().splitlines()]
+    return sorted((int(row[1].split("-")[0]), row[0], row[4]) for row in rows)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--cli", required=True)
@@ -107,17 +116,20 @@ def main():
     volume, (older, newer) = make_input(arguments.tool, arguments.data, directories, files,
                                         arguments.changed_directories)
     full, full_peak, full_out = timed([arguments.baseline, volume, older, newer, "--full"], arguments.runs)
+    listed, listed_peak, listed_out = timed([arguments.cli, "changes", volume, older, newer], arguments.runs)
     found, found_peak, found_out = timed([arguments.cli, "changes", volume, older, newer, "--json"], arguments.runs)
     changes = json.loads(found_out)["changes"]
     baseline = json.loads(full_out)
-    if keys(changes) != keys(baseline["changes"]):
-        print("the two differ: %d changes against %d" % (len(changes), len(baseline["changes"])))
+    if keys(changes) != keys(baseline["changes"]) or table_keys(listed_out) != keys(baseline["changes"]):
+        print("they differ: %d changes in the JSON, %d in the table, against %d"
+              % (len(changes), len(table_keys(listed_out)), len(baseline["changes"])))
         return 1
     print("%d MFT records, %d of them in changed blocks and compared by changes (%.2f %%); %d changes found"
           % (baseline["records"], baseline["records_in_changed_blocks"],
              100.0 * baseline["records_in_changed_blocks"] / baseline["records"], len(changes)))
     print("%-44s %9s %12s %10s" % ("case", "seconds", "full / it", "peak MiB"))
     print("%-44s %9.3f %12s %10.0f" % ("full comparison of both MFTs (baseline)", full, "", full_peak))
+    print("%-44s %9.3f %12.1f %10.0f" % ("tolvar changes (table)", listed, full / listed, listed_peak))
     print("%-44s %9.3f %12.1f %10.0f" % ("tolvar changes --json", found, full / found, found_peak))
     return 0
 
