@@ -24,7 +24,7 @@ bool BlockProcessor::IsValidBlockSize(uint64_t blockSize) {
 }
 
 BlockProcessor::BlockProcessor(uint64_t blockSize, uint32_t flags) : blockSize_(blockSize), flags_(flags) {
-  if (IsValidBlockSize(blockSize_)) blockBuffer_.reset(new uint8_t[blockSize_]);
+  if (IsValidBlockSize(blockSize_)) blockBuffer_ = tolvarcommon::AllocateAligned(blockSize_);
 }
 
 BlockProcessor::BlockProcessor(const BlockProcessor& other)
@@ -34,7 +34,7 @@ BlockProcessor::BlockProcessor(const BlockProcessor& other)
       comparison_(other.comparison_),
       olderSource_(other.olderSource_),
       newerSource_(other.newerSource_),
-      blockBuffer_(IsValidBlockSize(other.blockSize_) ? new uint8_t[other.blockSize_] : nullptr) {}
+      blockBuffer_(IsValidBlockSize(other.blockSize_) ? tolvarcommon::AllocateAligned(other.blockSize_) : nullptr) {}
 
 BlockProcessor::~BlockProcessor() = default;
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "common/aligned_bytes.h"
 #include "core/bit_map.h"
 #include "core/worker_result.h"
 #include "ntfsparsercore/io/i_source.h"
@@ -83,7 +84,7 @@ class BlockProcessor {
   std::shared_ptr<BitMap> comparison_;                        // blocks compared with the older shadow copy when asked
   std::shared_ptr<ntfsparsercore::io::ISource> olderSource_;  // the start shadow copy
   std::shared_ptr<ntfsparsercore::io::ISource> newerSource_;  // the end shadow copy
-  std::unique_ptr<uint8_t[]> blockBuffer_;  // scratch block for comparisons; none for an invalid block size
+  tolvarcommon::AlignedArray blockBuffer_;  // scratch block for comparisons; none for an invalid block size
 };
 
 }  // namespace tolvarcore

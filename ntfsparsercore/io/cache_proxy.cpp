@@ -33,7 +33,7 @@ uint64_t CacheProxy::ReadLines(void* buffer, uint64_t size, uint64_t offset, boo
     const uint64_t position = offset + done;
     const uint64_t remainder = position % lineSize_;
     if (!line_) {
-      line_.reset(new uint8_t[lineSize_]);
+      line_ = tolvarcommon::AllocateAligned(static_cast<std::size_t>(lineSize_));
       std::memset(line_.get(), 0xFF, static_cast<std::size_t>(lineSize_));
       lineStart_ = position + lineSize_;  // so that the first lookup misses
     }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "common/aligned_bytes.h"
 #include "ntfsparsercore/io/i_source.h"
 
 namespace ntfsparsercore {
@@ -41,7 +42,7 @@ class CacheProxy : public ISource {
   bool Holds(uint64_t position) const { return lineStart_ <= position && position - lineStart_ < lineSize_; }
 
   std::shared_ptr<ISource> source_;  // the source that is cached
-  std::unique_ptr<uint8_t[]> line_;  // one line of lineSize_ bytes; absent until the first read
+  tolvarcommon::AlignedArray line_;  // one line of lineSize_ bytes; absent until the first read
   uint64_t lineStart_ = 0;           // absolute offset of the first byte held in line_
   uint64_t lineSize_;                // the unit in which the source is read
 };

@@ -60,7 +60,7 @@ uint64_t SharedLineCache::ReadThroughLine(uint8_t* buffer, uint64_t size, uint64
   Shard& shard = ShardOf(index);
   if (CopyKept(shard, index, within, size, buffer)) return size;
 
-  auto data = std::make_unique<uint8_t[]>(static_cast<std::size_t>(lineSize_));
+  tolvarcommon::AlignedArray data = tolvarcommon::AllocateAligned(static_cast<std::size_t>(lineSize_));
   const uint64_t length = LineLength(index);
   const uint64_t got = source_->Read(data.get(), length, index * lineSize_);
   const uint64_t usable = got > within ? std::min(size, got - within) : 0;
@@ -83,7 +83,7 @@ bool SharedLineCache::CopyKept(Shard& shard, uint64_t index, uint64_t within, ui
 
 // Another thread may have kept the same line meanwhile; the copy is then
 // simply kept twice until one of them ages out.
-void SharedLineCache::Keep(Shard& shard, uint64_t index, std::unique_ptr<uint8_t[]> data) {
+void SharedLineCache::Keep(Shard& shard, uint64_t index, tolvarcommon::AlignedArray data) {
   std::lock_guard<std::mutex> lock(shard.mutex);
   Line* oldest = &shard.lines.front();
   for (Line& line : shard.lines) {

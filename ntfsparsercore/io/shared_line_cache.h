@@ -14,6 +14,7 @@
 #include <mutex>
 #include <vector>
 
+#include "common/aligned_bytes.h"
 #include "ntfsparsercore/io/i_source.h"
 
 namespace ntfsparsercore {
@@ -42,7 +43,7 @@ class SharedLineCache : public ISource {
   struct Line {
     uint64_t index = 0;               // which line of the source it holds
     uint64_t lastUse = 0;             // the shard's clock at its last use; 0: empty
-    std::unique_ptr<uint8_t[]> data;  // lineSize_ bytes, the line's length of them valid
+    tolvarcommon::AlignedArray data;  // lineSize_ bytes, the line's length of them valid
   };
   struct Shard {
     std::mutex mutex;         // guards everything below
@@ -55,7 +56,7 @@ class SharedLineCache : public ISource {
   uint64_t ReadWholeLines(uint8_t* buffer, uint64_t lines, uint64_t offset);
   uint64_t ReadThroughLine(uint8_t* buffer, uint64_t size, uint64_t offset);
   bool CopyKept(Shard& shard, uint64_t index, uint64_t within, uint64_t size, uint8_t* out);
-  void Keep(Shard& shard, uint64_t index, std::unique_ptr<uint8_t[]> data);
+  void Keep(Shard& shard, uint64_t index, tolvarcommon::AlignedArray data);
   uint64_t LineLength(uint64_t index) const;
   Shard& ShardOf(uint64_t index) { return *shards_[index % shards_.size()]; }
 

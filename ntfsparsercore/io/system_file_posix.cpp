@@ -9,9 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 
-#include "common/aligned_bytes.h"
 #include "common/error_queue.h"
 #include "ntfsparsercore/io/system_file.h"
 #include "ntfsparsercore/io/system_file_api_posix.h"
@@ -58,20 +56,6 @@ SystemFile::~SystemFile() {
 
 bool SystemFile::HandleIsValid() const { return handle_ >= 0; }
 
-namespace {
-
-// A read into a buffer that does not start on a cache line goes through one
-// of the thread's own that does (see AlignedBytes), from kBounceFrom bytes on.
-constexpr uint64_t kBounceFrom = 4096;
-constexpr std::size_t kBounceSize = 1 << 20;
-
-uint8_t* BounceBuffer() {
-  thread_local tolvarcommon::AlignedBytes buffer(kBounceSize);
-  return buffer.data();
-}
-
-}  // namespace
-
 // One attempt: pread until size bytes have come, the file ends or a call fails.
 uint64_t SystemFile::ReadOnce(void* buffer, uint64_t size, uint64_t offset, uint32_t) {
   uint8_t* out = static_cast<uint8_t*>(buffer);
@@ -79,13 +63,10 @@ uint64_t SystemFile::ReadOnce(void* buffer, uint64_t size, uint64_t offset, uint
   while (count < size) {
     // Offsets past what off_t holds cannot be read.
     if (offset + count > static_cast<uint64_t>(INT64_MAX)) break;
-    const bool bounce = !tolvarcommon::AlignedBytes::Aligned(out + count) && size - count >= kBounceFrom;
-    uint8_t* target = bounce ? BounceBuffer() : out + count;
-    std::size_t chunk = static_cast<std::size_t>(std::min<uint64_t>(size - count, bounce ? kBounceSize : 1u << 30));
-    ssize_t got = api_->Pread(static_cast<int>(handle_), target, chunk, static_cast<off_t>(offset + count));
+    std::size_t chunk = static_cast<std::size_t>(std::min<uint64_t>(size - count, 1u << 30));
+    ssize_t got = api_->Pread(static_cast<int>(handle_), out + count, chunk, static_cast<off_t>(offset + count));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
-    if (bounce) std::memcpy(out + count, target, static_cast<std::size_t>(got));
     count += static_cast<uint64_t>(got);
   }
   return count;
