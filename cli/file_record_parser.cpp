@@ -78,8 +78,7 @@ class RecordImage {
 // bytes, as the parser places them: sectors counted from the source's
 // start, the array indexed by the sector's distance from the record's
 // start. False when the array lies past the record.
-bool ApplyFixups(const std::vector<uint8_t>& raw, const FileRecordParser::Layout& layout,
-                 std::vector<uint8_t>* fixed) {
+bool ApplyFixups(const std::vector<uint8_t>& raw, const FileRecordParser::Layout& layout, std::vector<uint8_t>* fixed) {
   *fixed = raw;
   const uint32_t arrayOffset = LoadLe16(&raw[UsnController::kUsaOffsetOffset]);
   const uint32_t arrayBytes = 2u * LoadLe16(&raw[UsnController::kUsaCountOffset]);

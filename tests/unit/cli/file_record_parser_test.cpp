@@ -163,9 +163,9 @@ TEST(FileRecordParserTest, ReadsAreCutAtTheAllocatedSize) {
 
 TEST(FileRecordParserTest, AttributesOfOneTypeAreTakenInOrderOfTheirIds) {
   FileRecordFields f;
-  f.attributes = {StandardInformation(7, 50, 0), StandardInformation(1, 10, 0), FileNameAttribute(9, 5, "b", 1),
-                  FileNameAttribute(4, 5, "a", 1), ResidentData(8, Bytes{2}, "second"),
-                  ResidentData(3, Bytes{1}, "first")};
+  f.attributes = {StandardInformation(7, 50, 0),       StandardInformation(1, 10, 0),
+                  FileNameAttribute(9, 5, "b", 1),     FileNameAttribute(4, 5, "a", 1),
+                  ResidentData(8, Bytes{2}, "second"), ResidentData(3, Bytes{1}, "first")};
   ExpectReadAsTheParserDoes(FileRecordBytes(f));
   const BothWays both = Read(FileRecordBytes(f));
   EXPECT_EQ(both.fast.times[0], 10u);
