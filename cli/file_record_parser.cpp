@@ -135,30 +135,24 @@ AttributeHeader ReadAttributeHeader(const RecordImage& image, uint64_t offset) {
 }
 
 // The attribute records from the first on, until a type above the largest
-// or a position met before. False for a walk longer than a sound record's.
+// or a position met before, ordered by attribute id (equal ids keep their
+// order, so that those of each type come as the parser takes them). False
+// for a walk longer than a sound record's.
 bool WalkAttributes(const RecordImage& image, uint16_t first, std::vector<AttributeHeader>* attributes) {
-  std::vector<uint16_t> met;
+  uint16_t met[kMostAttributes];
+  std::size_t metCount = 0;
   uint16_t position = first;
-  while (std::find(met.begin(), met.end(), position) == met.end()) {
-    if (met.size() == kMostAttributes) return false;
-    met.push_back(position);
+  while (std::find(met, met + metCount, position) == met + metCount) {
+    if (metCount == kMostAttributes) return false;
+    met[metCount++] = position;
     AttributeHeader attribute = ReadAttributeHeader(image, position);
     if (attribute.type > AttributeRecord::kMaxType) break;
     position = static_cast<uint16_t>(position + attribute.length);
     attributes->push_back(std::move(attribute));
   }
+  std::stable_sort(attributes->begin(), attributes->end(),
+                   [](const AttributeHeader& a, const AttributeHeader& b) { return a.id < b.id; });
   return true;
-}
-
-// The attributes of one type, ordered by attribute id (equal ids keep their order).
-std::vector<const AttributeHeader*> OfType(const std::vector<AttributeHeader>& attributes, uint32_t type) {
-  std::vector<const AttributeHeader*> kept;
-  for (const AttributeHeader& attribute : attributes) {
-    if (attribute.type == type) kept.push_back(&attribute);
-  }
-  std::stable_sort(kept.begin(), kept.end(),
-                   [](const AttributeHeader* a, const AttributeHeader* b) { return a->id < b->id; });
-  return kept;
 }
 
 // A resident value, at most limit bytes of it.
@@ -168,18 +162,20 @@ std::vector<uint8_t> ResidentValue(const RecordImage& image, const AttributeHead
 
 bool ReadStandardInformation(const RecordImage& image, const std::vector<AttributeHeader>& attributes,
                              FileRecordInfo* info) {
-  for (const AttributeHeader* attribute : OfType(attributes, ntfsparsercore::format::kAttributeStandardInformation)) {
-    if (!attribute->resident) return false;
-    if (DecodeStandardInformation(ResidentValue(image, *attribute, kStandardInformationSize), info)) return true;
+  for (const AttributeHeader& attribute : attributes) {
+    if (attribute.type != ntfsparsercore::format::kAttributeStandardInformation) continue;
+    if (!attribute.resident) return false;
+    if (DecodeStandardInformation(ResidentValue(image, attribute, kStandardInformationSize), info)) return true;
   }
   return true;
 }
 
 bool ReadNames(const RecordImage& image, const std::vector<AttributeHeader>& attributes, FileRecordInfo* info) {
-  for (const AttributeHeader* attribute : OfType(attributes, ntfsparsercore::format::kAttributeFileName)) {
-    if (!attribute->resident) return false;
+  for (const AttributeHeader& attribute : attributes) {
+    if (attribute.type != ntfsparsercore::format::kAttributeFileName) continue;
+    if (!attribute.resident) return false;
     FileName name;
-    if (DecodeFileName(ResidentValue(image, *attribute, kFileNameValueLimit), &name)) info->names.push_back(name);
+    if (DecodeFileName(ResidentValue(image, attribute, kFileNameValueLimit), &name)) info->names.push_back(name);
   }
   return true;
 }
@@ -195,29 +191,30 @@ uint64_t InitializedSize(const RecordImage& image, const AttributeHeader& attrib
 
 bool ReadStreams(const RecordImage& image, const std::vector<AttributeHeader>& attributes, uint64_t clusterSize,
                  FileRecordInfo* info) {
-  std::vector<const std::string*> names;
-  for (const AttributeHeader* attribute : OfType(attributes, ntfsparsercore::format::kAttributeData)) {
+  const AttributeHeader* before = nullptr;  // the last $DATA attribute taken
+  for (const AttributeHeader& attribute : attributes) {
+    if (attribute.type != ntfsparsercore::format::kAttributeData) continue;
     // Extents of one stream in one record, and a resident value read
     // through the decompressor, are the parser's to join and read.
-    for (const std::string* name : names) {
-      if (*name == attribute->name) return false;
+    for (const AttributeHeader* other = attributes.data(); before && other <= before; ++other) {
+      if (other->type == attribute.type && other->name == attribute.name) return false;
     }
-    names.push_back(&attribute->name);
-    if (attribute->resident && attribute->compressed) return false;
+    before = &attribute;
+    if (attribute.resident && attribute.compressed) return false;
     DataStream stream;
-    stream.name = Utf8ToUtf16(attribute->name);
-    stream.size = attribute->size;
-    stream.resident = attribute->resident;
-    stream.compressed = attribute->compressed;
-    stream.sparse = attribute->sparse;
-    stream.compressionUnit = attribute->compressionUnit;
+    stream.name = Utf8ToUtf16(attribute.name);
+    stream.size = attribute.size;
+    stream.resident = attribute.resident;
+    stream.compressed = attribute.compressed;
+    stream.sparse = attribute.sparse;
+    stream.compressionUnit = attribute.compressionUnit;
     if (stream.resident) {
-      stream.residentValue = ResidentValue(image, *attribute, stream.size);
+      stream.residentValue = ResidentValue(image, attribute, stream.size);
       stream.initializedSize = stream.size;
     } else {
-      const uint64_t at = std::min(attribute->dataOffset, image.Allocated());
+      const uint64_t at = std::min(attribute.dataOffset, image.Allocated());
       ntfsparsercore::AppendRuns(image.Bytes() + at, image.Allocated() - at, clusterSize, &stream.runs);
-      stream.initializedSize = InitializedSize(image, *attribute);
+      stream.initializedSize = InitializedSize(image, attribute);
     }
     info->streams.push_back(std::move(stream));
   }

@@ -177,7 +177,8 @@ std::string SnapshotTree::PathOf(uint64_t record) {
   }
   for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
     path += "/" + Utf16ToUtf8(Info(*it)->PreferredName()->name);
-    paths_[*it] = path;
+    // Directories' paths are asked for again and again; a file's seldom.
+    if (*it != record || Info(*it)->directory) paths_[*it] = path;
   }
   return path;
 }
