@@ -101,6 +101,41 @@ uint64_t StoreSnapshotSource::ReadFromStore(std::size_t store, uint8_t* buffer, 
   return delivered;
 }
 
+std::vector<StoreSnapshotSource::Stretch> StoreSnapshotSource::Map(uint64_t size, uint64_t offset) const {
+  std::vector<Stretch> stretches;
+  if (!volume_ || !stores_ || snapshotIndex_ >= stores_->Count()) return stretches;
+  if (size == 0 || offset >= volumeSize_) return stretches;
+  MapStore(snapshotIndex_, std::min(size, volumeSize_ - offset), offset, &stretches);
+  return stretches;
+}
+
+// ReadFromStore's walk without the reads; returns the bytes mapped.
+uint64_t StoreSnapshotSource::MapStore(std::size_t store, uint64_t size, uint64_t offset,
+                                       std::vector<Stretch>* stretches) const {
+  const StoreLayer& layer = stores_->At(store);
+  if (!layer.blockMap || !layer.blockMap->IsUsable()) return 0;
+  uint64_t mapped = 0;
+  while (mapped < size) {
+    const Piece run = JoinedRun(store, offset + mapped, size - mapped);
+    if (run.at > kLargestOffset) return mapped;
+    if (run.kind == Piece::kNextStore) {
+      const uint64_t got = MapStore(store + 1, run.size, run.at, stretches);
+      mapped += got;
+      if (got != run.size) return mapped;
+      continue;
+    }
+    const Stretch next{run.kind == Piece::kZeros, run.at, run.size};
+    Stretch* last = stretches->empty() ? nullptr : &stretches->back();
+    if (last != nullptr && last->zeros == next.zeros && (next.zeros || last->at + last->size == next.at)) {
+      last->size += next.size;
+    } else {
+      stretches->push_back(next);
+    }
+    mapped += run.size;
+  }
+  return mapped;
+}
+
 uint64_t StoreSnapshotSource::ReadPieceByPiece(std::size_t store, uint8_t* buffer, uint64_t size, uint64_t offset) {
   uint64_t delivered = 0;
   while (delivered < size) {

@@ -33,6 +33,22 @@ class StoreSnapshotSource : public ntfsparsercore::io::ISource {
   // stops there and delivers what came before.
   uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override;
   uint64_t GetSize() override { return volumeSize_; }
+  // The volume the view reads, which Map's offsets are on.
+  const std::shared_ptr<ntfsparsercore::io::ISource>& GetVolume() const { return volume_; }
+
+  // A stretch of the view's bytes: zeros, or bytes of the volume from at on.
+  struct Stretch {
+    bool zeros;     // the stretch reads as zeros
+    uint64_t at;    // !zeros: where its bytes start on the volume
+    uint64_t size;  // its length in bytes
+  };
+
+  // Where the bytes that Read would deliver from offset on lie, read from
+  // nowhere: the stretches in order, each joined with the ones that
+  // continue it. They end early where a read would stop without reading
+  // the volume (an unreadable store, an offset past the signed range); a
+  // volume read that comes back short is for whoever reads the stretches.
+  std::vector<Stretch> Map(uint64_t size, uint64_t offset) const;
 
  private:
   // Where the bytes of one stretch of a store's view come from.
@@ -50,6 +66,7 @@ class StoreSnapshotSource : public ntfsparsercore::io::ISource {
   };
 
   uint64_t ReadFromStore(std::size_t store, uint8_t* buffer, uint64_t size, uint64_t offset);
+  uint64_t MapStore(std::size_t store, uint64_t size, uint64_t offset, std::vector<Stretch>* stretches) const;
   uint64_t ReadPieceByPiece(std::size_t store, uint8_t* buffer, uint64_t size, uint64_t offset);
   Piece JoinedRun(std::size_t store, uint64_t offset, uint64_t size) const;
   uint64_t Deliver(const Piece& piece, std::size_t store, uint8_t* buffer, uint64_t size);

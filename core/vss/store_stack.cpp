@@ -48,7 +48,7 @@ std::shared_ptr<const StoreStack> StoreStack::Read(const VssVolume& storage) {
   return stack;
 }
 
-std::unique_ptr<ntfsparsercore::io::ISource> StoreStack::OpenView(const Guid& store) const {
+std::unique_ptr<StoreSnapshotSource> StoreStack::OpenView(const Guid& store) const {
   for (std::size_t index = 0; index < identifiers_.size(); ++index) {
     if (identifiers_[index] == store) {
       return std::make_unique<StoreSnapshotSource>(volume_, layers_, index, volumeSizes_[index]);

@@ -9,6 +9,7 @@
 
 #include "core/vss/guid.h"
 #include "core/vss/store_layers.h"
+#include "core/vss/store_snapshot_source.h"
 #include "core/vss/vss_volume.h"
 #include "ntfsparsercore/io/i_source.h"
 
@@ -24,7 +25,7 @@ class StoreStack {
 
   // A new view of the shadow copy whose store identifier is store, over
   // storage's source, or null when the stack holds no such store.
-  std::unique_ptr<ntfsparsercore::io::ISource> OpenView(const Guid& store) const;
+  std::unique_ptr<StoreSnapshotSource> OpenView(const Guid& store) const;
 
   std::size_t StoreCount() const { return identifiers_.size(); }
 

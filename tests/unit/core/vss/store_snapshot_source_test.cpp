@@ -90,6 +90,17 @@ class StoreSnapshotSourceTest : public testing::Test {
     return bytes;
   }
 
+  // The bytes that view's Map names for size bytes from offset, taken from
+  // the volume as it was.
+  std::vector<uint8_t> MapOf(const StoreSnapshotSource& view, uint64_t offset, uint64_t size) const {
+    std::vector<uint8_t> bytes;
+    for (const StoreSnapshotSource::Stretch& stretch : view.Map(size, offset)) {
+      const std::vector<uint8_t> part = stretch.zeros ? Zeros(stretch.size) : VolumeAt(stretch.at, stretch.size);
+      bytes.insert(bytes.end(), part.begin(), part.end());
+    }
+    return bytes;
+  }
+
   // size volume bytes from offset, as the volume held them.
   std::vector<uint8_t> VolumeAt(uint64_t offset, uint64_t size) const {
     return std::vector<uint8_t>(original_.begin() + offset, original_.begin() + offset + size);
@@ -381,6 +392,45 @@ TEST_F(StoreSnapshotSourceTest, StoreWithoutBlockMapCannotBeRead) {
   layers[1] = Layer({});
   EXPECT_TRUE(ReadOf(*View(layers, 0), 0, kBlock).empty());
   EXPECT_EQ(ReadOf(*View(layers, 1), 0, kBlock), VolumeBlock(0));
+}
+
+TEST_F(StoreSnapshotSourceTest, MapNamesTheBytesReadDeliversAtEveryOffset) {
+  std::vector<StoreLayer> layers = {Layer({Plain(2, 40), Overlay(3, 41, 0x0000FF0F), Forwarder(4, 9), Plain(5, 42)}),
+                                    Layer({Plain(3, 43), Forwarder(9, 12), Overlay(6, 44, 0xF0F0F0F0), Plain(12, 45)}),
+                                    Layer({Plain(7, 46), Overlay(8, 47, 0x00000001)}, Bitmap({10, 11, 13, 20, 21}))};
+  for (std::size_t index = 0; index < layers.size(); ++index) {
+    auto view = View(layers, index);
+    for (uint64_t offset = 0; offset < 24 * kBlock; offset += 3000) {
+      for (uint64_t size : {uint64_t{1}, uint64_t{700}, kBlock, 3 * kBlock + 123, kVolumeSize}) {
+        ASSERT_EQ(MapOf(*view, offset, size), ReadOf(*view, offset, size))
+            << "view " << index << ", offset " << offset << ", size " << size;
+      }
+    }
+  }
+}
+
+TEST_F(StoreSnapshotSourceTest, MapJoinsStretchesThatContinueOneAnother) {
+  auto view = View({Layer({Plain(5, 40), Plain(6, 41)}), Layer({}, Bitmap({20, 21}))}, 1);
+  EXPECT_EQ(view->Map(30 * kBlock, 0).size(), 3u);  // volume, zeros, volume
+  auto older = View({Layer({Plain(5, 40), Plain(6, 41)}), Layer({})}, 0);
+  const auto stretches = older->Map(10 * kBlock, 4 * kBlock);
+  ASSERT_EQ(stretches.size(), 3u);
+  EXPECT_EQ(stretches[1].at, 40 * kBlock);
+  EXPECT_EQ(stretches[1].size, 2 * kBlock);
+}
+
+TEST_F(StoreSnapshotSourceTest, MapEndsWhereAnUnusableStoreStopsTheRead) {
+  BlockDescriptor bad = Forwarder(9, 10);
+  bad.storeDataOffset = 40 * kBlock;
+  auto view = View({Layer({Plain(5, 40)}), Layer({bad})}, 0);
+  EXPECT_TRUE(view->Map(2 * kBlock, 4 * kBlock).empty());
+  EXPECT_EQ(MapOf(*view, 5 * kBlock, 2 * kBlock), VolumeBlock(40));
+}
+
+TEST_F(StoreSnapshotSourceTest, MapFromTheEndIsEmptyAndAcrossItIsCut) {
+  auto view = View({Layer({})}, 0, 10 * kBlock + 100);
+  EXPECT_TRUE(view->Map(1, 10 * kBlock + 100).empty());
+  EXPECT_EQ(MapOf(*view, 10 * kBlock, UINT64_MAX), VolumeAt(10 * kBlock, 100));
 }
 
 TEST_F(StoreSnapshotSourceTest, IndexPastTheStoresDeliversNothing) {
