@@ -36,7 +36,7 @@ const char kUsage[] =
     "  tolvar export VOLUME SNAPSHOT OUT [--format raw|qcow2] [--used-only]\n"
     "  tolvar filemap VOLUME FROM TO PATH [--block-size N] [--json]\n"
     "  tolvar verify VOLUME SNAPSHOT IMAGE [--block-size N]\n"
-    "  tolvar mount VOLUME MOUNTPOINT [-f] [-o FUSE_OPTIONS]\n"
+    "  tolvar mount VOLUME MOUNTPOINT [-f] [--page-cache] [-o FUSE_OPTIONS]\n"
     "  tolvar umount MOUNTPOINT\n"
     "  tolvar changes VOLUME FROM TO [--json|--csv|--bodyfile] [--content]\n"
     "  tolvar ls VOLUME SNAPSHOT [PATH] [-l] [-r]\n"

@@ -4,6 +4,8 @@
 
 namespace tolvarcli {
 
-CommandLine::Grammar MountCommand::Grammar() { return VolumeSelection::WithOptions({2, {"-f"}, {"-o"}}); }
+CommandLine::Grammar MountCommand::Grammar() {
+  return VolumeSelection::WithOptions({2, {"-f", "--page-cache"}, {"-o"}});
+}
 
 }  // namespace tolvarcli

@@ -12,6 +12,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -24,6 +25,7 @@
 #include "cli/mount_table.h"
 #include "cli/shadow_copy_catalog.h"
 #include "cli/shadow_copy_file_system.h"
+#include "cli/volume_file_layout.h"
 #include "cli/volume_selection.h"
 #include "core/vss/store_stack.h"
 #include "ntfsparsercore/io/shared_line_cache.h"
@@ -41,32 +43,56 @@ using ntfsparsercore::io::SharedLineCache;
 // Each file's cache: lines of 64 KiB, up to 8 MiB of them.
 constexpr uint64_t kCacheLineSize = 65536;
 constexpr std::size_t kCacheLines = 128;
-// The largest request FUSE is asked to pass on in one piece.
-constexpr unsigned kLargestRequest = 1u << 20;
+// The largest request FUSE is asked to pass on in one piece. libfuse
+// splices a reply only through a pipe that holds it plus a page for each of
+// its pieces, and a pipe grows to 1 MiB at most (pipe-max-size) without
+// CAP_SYS_RESOURCE: a 512 KiB reply of up to 126 pieces fits, a larger one
+// is copied. Sequential reads ran as fast with 768 KiB; 1 MiB is copied.
+constexpr unsigned kLargestRequest = 1u << 19;
 // The files never change: the kernel may keep what it learnt.
 constexpr double kAttributeSeconds = 86400;
 const char kMountOptions[] = "ro,default_permissions,fsname=tolvar,subtype=tolvar";
 const char kDeviceFuse[] = "/dev/fuse";
-// The kernel reads ahead 128 KiB in a FUSE file unless told otherwise, so a
-// sequential reader's requests arrive 128 KiB at a time. With 4 MiB they
-// come as large as FUSE carries (kLargestRequest) and several at once:
-// about twice the throughput. Only root may set it; elsewhere the mount
-// keeps the kernel's default.
+// With --page-cache: the kernel reads ahead 128 KiB in a FUSE file unless
+// told otherwise, so a sequential reader's requests arrive 128 KiB at a
+// time. With 4 MiB they come as large as FUSE carries (kLargestRequest) and
+// several at once: about twice the throughput. Only root may set it;
+// elsewhere the mount keeps the kernel's default.
 constexpr unsigned kReadAheadBytes = 4u << 20;
 const char* const kFusermountPaths[] = {"/usr/bin/fusermount3", "/bin/fusermount3"};
 
-ShadowCopyFileSystem& FileSystem() { return *static_cast<ShadowCopyFileSystem*>(fuse_get_context()->private_data); }
+// What the mount serves, and how.
+struct Mounted {
+  ShadowCopyFileSystem* fileSystem;
+  bool pageCache;  // --page-cache: files are read through the kernel's page cache
+};
+
+const Mounted& MountedHere() { return *static_cast<const Mounted*>(fuse_get_context()->private_data); }
+ShadowCopyFileSystem& FileSystem() { return *MountedHere().fileSystem; }
 
 void FillTimes(struct stat* status, const ShadowCopyFileSystem::Time& time) {
   status->st_atim.tv_sec = status->st_mtim.tv_sec = status->st_ctim.tv_sec = static_cast<time_t>(time.seconds);
   status->st_atim.tv_nsec = status->st_mtim.tv_nsec = status->st_ctim.tv_nsec = static_cast<long>(time.nanoseconds);
 }
 
+// Files are served with direct I/O unless --page-cache is given: a read's
+// reply then goes from the image's cached pages (spliced, see ReadBuffer)
+// into the reader's own buffer, with no copy of the volume kept in memory a
+// second time. Sequential reads ran at about twice the speed of files read
+// through the page cache (5.3 against 1.9-3.2 GB/s); what direct I/O costs
+// is that the files cannot be mapped shared (MAP_SHARED fails with ENODEV).
 void* Init(struct fuse_conn_info* connection, struct fuse_config* config) {
   connection->max_write = kLargestRequest;  // also how many pages one read may carry
-  // The kernel takes the smaller of this and the read-ahead RaiseReadAhead set.
-  connection->max_readahead = kReadAheadBytes;
-  config->kernel_cache = 1;
+  // Replies that name ranges of the volume's file are spliced: the kernel
+  // takes the file's cached pages into the reply without a copy through us.
+  if ((connection->capable & FUSE_CAP_SPLICE_WRITE) != 0) connection->want |= FUSE_CAP_SPLICE_WRITE;
+  if (MountedHere().pageCache) {
+    // The kernel takes the smaller of this and the read-ahead RaiseReadAhead set.
+    connection->max_readahead = kReadAheadBytes;
+    config->kernel_cache = 1;
+  } else {
+    config->direct_io = 1;
+  }
   config->entry_timeout = config->attr_timeout = config->negative_timeout = kAttributeSeconds;
   return fuse_get_context()->private_data;
 }
@@ -116,10 +142,87 @@ int Open(const char* path, struct fuse_file_info* info) {
   return 0;
 }
 
-int Read(const char*, char* buffer, size_t size, off_t offset, struct fuse_file_info* info) {
-  const int64_t got =
-      FileSystem().Read(static_cast<std::size_t>(info->fh), buffer, size, static_cast<uint64_t>(offset));
-  return got < 0 ? -EIO : static_cast<int>(got);
+// A reply of count pieces, each to be filled in; FUSE frees it, and the
+// memory of every piece that is not a file range, with free(). Null when
+// memory runs out.
+struct fuse_bufvec* NewReply(std::size_t count) {
+  const std::size_t bytes = sizeof(struct fuse_bufvec) + (count > 0 ? count - 1 : 0) * sizeof(struct fuse_buf);
+  auto* reply = static_cast<struct fuse_bufvec*>(calloc(1, bytes));
+  if (reply != nullptr) reply->count = count;
+  return reply;
+}
+
+// Frees a reply that is not sent, as FUSE frees one that is.
+void FreeReply(struct fuse_bufvec* reply) {
+  for (std::size_t index = 0; index < reply->count; ++index) {
+    if ((reply->buf[index].flags & FUSE_BUF_IS_FD) == 0) free(reply->buf[index].mem);
+  }
+  free(reply);
+}
+
+// The reply of stretches of the file open as descriptor (which the kernel
+// copies itself) and of zeros (zeroed memory). Null when memory runs out.
+struct fuse_bufvec* SplicedReply(const std::vector<VolumeFileLayout::Stretch>& stretches, int descriptor) {
+  struct fuse_bufvec* reply = NewReply(stretches.size());
+  if (reply == nullptr) return nullptr;
+  for (std::size_t index = 0; index < stretches.size(); ++index) {
+    const VolumeFileLayout::Stretch& stretch = stretches[index];
+    struct fuse_buf& piece = reply->buf[index];
+    piece.size = stretch.size;
+    if (stretch.zeros) {
+      piece.mem = calloc(1, stretch.size);
+      if (piece.mem == nullptr) {
+        FreeReply(reply);
+        return nullptr;
+      }
+      continue;
+    }
+    piece.flags = static_cast<enum fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK);
+    piece.fd = descriptor;
+    piece.pos = static_cast<off_t>(stretch.at);
+  }
+  return reply;
+}
+
+// The reply of size bytes read through the file's source. Null, with the
+// error in *status, when they cannot be read.
+struct fuse_bufvec* CopiedReply(std::size_t index, size_t size, uint64_t offset, int* status) {
+  struct fuse_bufvec* reply = NewReply(1);
+  void* memory = malloc(std::max<size_t>(size, 1));
+  *status = -ENOMEM;
+  if (reply == nullptr || memory == nullptr) {
+    free(reply);
+    free(memory);
+    return nullptr;
+  }
+  reply->buf[0].mem = memory;
+  const int64_t got = FileSystem().Read(index, memory, size, offset);
+  if (got < 0) {
+    FreeReply(reply);
+    *status = -EIO;
+    return nullptr;
+  }
+  reply->buf[0].size = static_cast<size_t>(got);
+  return reply;
+}
+
+// A read is answered with ranges of the volume's file where the file has a
+// layout that covers it, else with bytes read through its source.
+int ReadBuffer(const char*, struct fuse_bufvec** out, size_t size, off_t offset, struct fuse_file_info* info) {
+  const auto index = static_cast<std::size_t>(info->fh);
+  const ShadowCopyFileSystem::File& file = FileSystem().FileAt(index);
+  const auto at = static_cast<uint64_t>(offset);
+  const uint64_t wanted = at < file.size ? std::min<uint64_t>(size, file.size - at) : 0;
+  if (file.layout && wanted > 0) {
+    const std::vector<VolumeFileLayout::Stretch> stretches = file.layout->Locate(wanted, at);
+    if (!stretches.empty()) {
+      *out = SplicedReply(stretches, static_cast<int>(file.layout->Handle()));
+      return *out != nullptr ? 0 : -ENOMEM;
+    }
+  }
+  int status = 0;
+  *out = CopiedReply(index, size, at, &status);
+  return *out != nullptr ? 0 : status;
 }
 
 int Refuse() { return -EROFS; }
@@ -131,7 +234,7 @@ fuse_operations Operations() {
   operations.getattr = GetAttributes;
   operations.readdir = ReadDirectory;
   operations.open = Open;
-  operations.read = Read;
+  operations.read_buf = ReadBuffer;
   // The mount is read-only; these answer should the kernel ever ask.
   operations.write = [](const char*, const char*, size_t, off_t, struct fuse_file_info*) { return Refuse(); };
   operations.truncate = [](const char*, off_t, struct fuse_file_info*) { return Refuse(); };
@@ -169,10 +272,13 @@ std::string MountPointProblem(const std::string& mountPoint) {
   return "";
 }
 
-// A file over source, read through a cache of its own.
-ShadowCopyFileSystem::File CachedFile(std::shared_ptr<ISource> source, uint64_t size, ShadowCopyFileSystem::Time time) {
+// A file over source, read through a cache of its own where layout (where
+// its bytes lie in the volume's file) is null or does not cover a read.
+ShadowCopyFileSystem::File CachedFile(std::shared_ptr<ISource> source, std::shared_ptr<const VolumeFileLayout> layout,
+                                      uint64_t size, ShadowCopyFileSystem::Time time) {
   ShadowCopyFileSystem::File file;
   file.source = std::make_shared<SharedLineCache>(std::move(source), kCacheLineSize, kCacheLines);
+  file.layout = std::move(layout);
   file.size = size;
   file.time = time;
   return file;
@@ -209,11 +315,12 @@ std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
     std::fprintf(stderr, "tolvar mount: cannot open %s\n", path.c_str());
     return nullptr;
   }
-  auto fileSystem = std::make_unique<ShadowCopyFileSystem>(CachedFile(volume, volume->GetSize(), Now()));
+  auto fileSystem = std::make_unique<ShadowCopyFileSystem>(
+      CachedFile(volume, VolumeFileLayout::OfVolume(volume), volume->GetSize(), Now()));
   if (!ReadableByThreads(volume.get())) fileSystem->SerialiseReads();
   const auto stores = tolvarcore::vss::StoreStack::Read(*catalog.Storage());
   for (const auto& entry : catalog.Entries()) {
-    std::shared_ptr<ISource> view(stores->OpenView(entry.store));
+    std::shared_ptr<tolvarcore::vss::StoreSnapshotSource> view(stores->OpenView(entry.store));
     uint8_t first = 0;
     // The first read loads the store tables, now rather than on the first request.
     if (!view || (entry.volumeSize > 0 && view->Read(&first, 1, 0) != 1)) {
@@ -221,9 +328,9 @@ std::unique_ptr<ShadowCopyFileSystem> BuildFileSystem(const std::string& path) {
                    entry.shadowCopy.ToString().c_str(), path.c_str());
       return nullptr;
     }
-    fileSystem->AddShadowCopy(
-        entry.shadowCopy.ToString(),
-        CachedFile(view, entry.volumeSize, ShadowCopyFileSystem::FromFileTime(entry.creationTime)));
+    fileSystem->AddShadowCopy(entry.shadowCopy.ToString(),
+                              CachedFile(view, VolumeFileLayout::OfShadowCopy(view), entry.volumeSize,
+                                         ShadowCopyFileSystem::FromFileTime(entry.creationTime)));
   }
   return fileSystem;
 }
@@ -257,14 +364,15 @@ int Serve(ShadowCopyFileSystem& fileSystem, const CommandLine& arguments) {
   for (std::string& word : words) argv.push_back(&word[0]);
   struct fuse_args fuseArguments = FUSE_ARGS_INIT(static_cast<int>(argv.size()), argv.data());
   const fuse_operations operations = Operations();
-  struct fuse* fuse = fuse_new(&fuseArguments, &operations, sizeof operations, &fileSystem);
+  Mounted mounted{&fileSystem, arguments.Has("--page-cache")};
+  struct fuse* fuse = fuse_new(&fuseArguments, &operations, sizeof operations, &mounted);
   fuse_opt_free_args(&fuseArguments);
   if (fuse == nullptr) return Fail("FUSE refused the options given with -o");
   if (fuse_mount(fuse, mountPoint.c_str()) != 0) {
     fuse_destroy(fuse);
     return Fail("cannot mount on " + mountPoint + " (install fuse3 or load the fuse module: modprobe fuse)");
   }
-  RaiseReadAhead(mountPoint);
+  if (mounted.pageCache) RaiseReadAhead(mountPoint);
   struct fuse_session* session = fuse_get_session(fuse);
   int status = fuse_set_signal_handlers(session);
   // Without -f the command returns here, in the parent, once the mount is made.

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/volume_file_layout.h"
 #include "ntfsparsercore/io/i_source.h"
 
 namespace tolvarcli {
@@ -31,6 +32,7 @@ class ShadowCopyFileSystem {
   // One file's contents and attributes.
   struct File {
     std::shared_ptr<ntfsparsercore::io::ISource> source;  // its bytes
+    std::shared_ptr<const VolumeFileLayout> layout;       // where they lie in the volume's file; may be null
     uint64_t size = 0;                                    // its length in bytes
     Time time;                                            // its access, change and modification time
   };

@@ -36,6 +36,10 @@ class SystemFile : public ISource {
   uint64_t Read(void* buffer, uint64_t size, uint64_t offset) override;
   uint64_t GetSize() override;
 
+  // The operating system's handle of the open file (a descriptor on POSIX),
+  // for a caller that has the system copy ranges of it itself (splice).
+  std::intptr_t GetHandle() const { return handle_; }
+
  private:
   // Platform parts: whether the handle is usable, and one attempt of a read
   // that may take at most waitMs.

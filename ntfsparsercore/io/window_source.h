@@ -21,6 +21,8 @@ class WindowSource : public ISource {
 
   // The container the window lies in; a window reads nothing of its own.
   const std::shared_ptr<ISource>& GetSource() const { return source_; }
+  // Where the window starts in that container.
+  uint64_t GetStart() const { return start_; }
 
  private:
   std::shared_ptr<ISource> source_;  // the whole container

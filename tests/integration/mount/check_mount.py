@@ -5,12 +5,14 @@
     check_mount.py --cli TOLVAR --work DIR windows --disk NTFS_RAW --extract EXTRACT_PARTITION
     check_mount.py --cli TOLVAR --work DIR failures --tool MKVSSIMAGE
 
-scenario: every vssN hashes (SHA-256) as libvshadow's read of that store does;
+scenario: every vssN hashes (SHA-256) as libvshadow's read of that store does,
+served with direct I/O and, in a foreground mount, through the page cache;
 by-id holds the same files under vshadowinfo's shadow copy IDs; sizes are the
 volume size and times the creation times vshadowinfo prints; `volume` is the
 image; fls lists each mounted file as it lists libvshadow's read, and files
 read through ntfs-3g -o ro on the mounted file equal icat's; writes fail with
-EROFS; two readers at once get the same bytes; umount leaves no process.
+EROFS; two readers at once get the same bytes; a private mapping (and with
+--page-cache a shared one) shows what read does; umount leaves no process.
 windows: the same for the Windows 10 disk, mounted whole with --partition 1,
 where each 64 GiB shadow copy
 is compared with libvshadow on every block a store keeps or forwards to and
@@ -23,6 +25,7 @@ import calendar
 import errno
 import hashlib
 import json
+import mmap
 import os
 import re
 import shutil
@@ -37,6 +40,7 @@ STORE_BLOCK = 16384
 WINDOWS_OFFSET = 1048576
 WINDOWS_LENGTH = 68716331008
 SAMPLE_STRIDE = 509 * STORE_BLOCK  # a prime number of blocks, so samples fall on varied blocks
+MAPPED_BYTES = 1 << 20  # how much of a file check_mappings maps
 
 
 class Failure(Exception):
@@ -299,6 +303,7 @@ def run_scenario(arguments):
         if file_digest(mount.path("volume")) != file_digest(image):
             raise Failure("volume differs from the image")
         check_writes_fail(mount)
+        check_mappings(mount.path("vss1"), shared=False)
         for number, store in enumerate(stores, 1):
             reference = os.path.join(arguments.work, "store%d.img" % number)
             write_store_copy(store, reference)
@@ -309,15 +314,33 @@ def run_scenario(arguments):
             os.remove(reference)
         print("fls: every vssN lists as libvshadow's copy does")
     print("umount: the mount and its process are gone")
-    check_foreground(arguments, image, mount_point, digests[-1], len(stores))
+    check_foreground(arguments, image, mount_point, digests)
     return 0
 
 
-def check_foreground(arguments, image, mount_point, newest_digest, count):
-    """-f keeps the command in front until the mount ends, then it exits 0."""
+def check_mappings(path, shared):
+    """A private mapping of path (and a shared one with shared) shows the
+    bytes that read gives. Files served with direct I/O can be mapped
+    privately only."""
+    with open(path, "rb") as handle:
+        expected = handle.read(MAPPED_BYTES)
+        kinds = [("private", mmap.MAP_PRIVATE)] + ([("shared", mmap.MAP_SHARED)] if shared else [])
+        for name, flags in kinds:
+            mapping = mmap.mmap(handle.fileno(), MAPPED_BYTES, flags=flags, prot=mmap.PROT_READ)
+            try:
+                if mapping[:] != expected:
+                    raise Failure("a %s mapping of %s shows other bytes than read" % (name, path))
+            finally:
+                mapping.close()
+
+
+def check_foreground(arguments, image, mount_point, digests):
+    """-f keeps the command in front until the mount ends, then it exits 0;
+    with --page-cache every vssN still hashes as libvshadow reads it, and can
+    be mapped shared."""
     environment = dict(os.environ)
     environment.pop("LD_PRELOAD", None)
-    process = subprocess.Popen([arguments.cli, "mount", image, mount_point, "-f"], env=environment,
+    process = subprocess.Popen([arguments.cli, "mount", image, mount_point, "-f", "--page-cache"], env=environment,
                                stderr=subprocess.PIPE)
     deadline = time.monotonic() + 30
     while mounted_type(mount_point) != "fuse.tolvar":
@@ -326,8 +349,10 @@ def check_foreground(arguments, image, mount_point, newest_digest, count):
             raise Failure("tolvar mount -f did not mount: %s" % process.stderr.read().decode())
         time.sleep(0.05)
     try:
-        if file_digest(os.path.join(mount_point, "vss%d" % count)) != newest_digest:
-            raise Failure("vss%d through a foreground mount differs from libvshadow" % count)
+        for number, digest in enumerate(digests, 1):
+            if file_digest(os.path.join(mount_point, "vss%d" % number)) != digest:
+                raise Failure("vss%d through a foreground mount with --page-cache differs from libvshadow" % number)
+        check_mappings(os.path.join(mount_point, "vss1"), shared=True)
         if process.poll() is not None:
             raise Failure("tolvar mount -f left the foreground")
         expect(arguments, ["umount", mount_point], 0, [])
@@ -337,7 +362,7 @@ def check_foreground(arguments, image, mount_point, newest_digest, count):
             process.kill()
     if code != 0:
         raise Failure("tolvar mount -f exited %d after umount" % code)
-    print("-f: served in the foreground until umount, then exit 0")
+    print("-f --page-cache: every vssN equals libvshadow's read; served in the foreground until umount, then exit 0")
 
 
 def offsets_to_check(stores, volume_size):
