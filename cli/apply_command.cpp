@@ -1,7 +1,7 @@
 // Writes an increment's blocks into BASE, an image of the older shadow
 // copy, or with --output into a new image made of BASE and the blocks.
 // Nothing is written unless the whole increment checks out and fits BASE,
-// and, for a version 2 increment, every block it replaces holds either the
+// and, for a version 2 or 3 increment, every block it replaces holds either the
 // older shadow copy's contents or already the newer's (what an apply that
 // was interrupted leaves): running it again then completes it.
 #include "cli/apply_command.h"
@@ -30,7 +30,7 @@ bool ReadBlock(std::ifstream& in, uint64_t offset, std::vector<uint8_t>* block) 
   return static_cast<std::size_t>(in.gcount()) == block->size();
 }
 
-// Version 2: the first record whose block in BASE hashes to neither its
+// Versions 2 and 3: the first record whose block in BASE hashes to neither its
 // old nor its new contents, as a message; empty when every one fits.
 // Returns false when BASE cannot be read.
 bool FindMismatch(const std::string& base, const IncrementReader& reader, std::string* mismatch) {
@@ -136,7 +136,7 @@ int ApplyCommand::Run(const CommandLine& arguments) {
                  static_cast<unsigned long long>(reader.Header().volumeSize), base.c_str());
     return kExitRefused;
   }
-  if (reader.Header().version == IncrementHeader::kVersion2) {
+  if (reader.Header().Fingerprinted()) {
     std::string mismatch;
     if (!FindMismatch(base, reader, &mismatch)) {
       std::fprintf(stderr, "tolvar: cannot read %s\n", base.c_str());

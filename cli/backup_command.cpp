@@ -195,22 +195,23 @@ int BackupCommand::Run(const CommandLine& arguments) {
   }
 
   IncrementHeader header;
-  // Version 2 (fingerprints of the blocks BASE must hold) wherever the hash is built in.
-  header.version = BlockHash::Available() ? IncrementHeader::kVersion2 : IncrementHeader::kVersion1;
+  // Version 3 (fingerprints of the blocks BASE must hold, records on cache
+  // lines) wherever the hash is built in.
+  header.version = BlockHash::Available() ? IncrementHeader::kVersion3 : IncrementHeader::kVersion1;
   header.flags = arguments.Has("--compress") ? IncrementHeader::kFlagCompressed : 0;
   header.volumeSize = volumeSize;
   header.blockSize = blockSize;
   header.bitmapLength = bitmap.size();
   header.from = from;
   header.to = to;
-  // The older shadow copy, read for the fingerprints of version 2.
+  // The older shadow copy, read for the fingerprints.
   SnapshotReader older;
   std::vector<uint8_t> oldBlock(blockSize);
   // Blocks in the store's files or in free clusters of the older snapshot
   // hold nothing an image of it is bound to keep: apply does not check them.
   StoreFileRanges olderStore;
   std::unique_ptr<UsedClusters> olderUsed;
-  if (!overlay && header.version == IncrementHeader::kVersion2) {
+  if (!overlay && header.Fingerprinted()) {
     if (!older.Open(volume, from)) return kExitLibrary;
     olderStore.Add(older.Source());
     olderUsed = std::make_unique<UsedClusters>();
@@ -238,7 +239,7 @@ int BackupCommand::Run(const CommandLine& arguments) {
     // The fingerprints are taken on the walking thread, so that the writer
     // only writes.
     target.prepare = [&](BlockPipeline::Item* item) {
-      if (header.version != IncrementHeader::kVersion2) return true;
+      if (!header.Fingerprinted()) return true;
       const uint64_t start = item->index * blockSize;
       const bool promised =
           (!olderUsed || olderUsed->AllUsed(start, blockSize)) && !olderStore.Overlaps(start, blockSize);
@@ -253,7 +254,7 @@ int BackupCommand::Run(const CommandLine& arguments) {
     };
     target.add = [&](const BlockPipeline::Item& item) {
       ++stored;
-      return header.version == IncrementHeader::kVersion2
+      return header.Fingerprinted()
                  ? writer.AddHashedBlock(item.index, item.block, item.oldHash, item.newHash, item.flags)
                  : writer.AddBlock(item.index, item.block);
     };

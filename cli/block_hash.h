@@ -1,4 +1,4 @@
-// The 64-bit hash of version 2 increment files: XXH3-64 (libxxhash), for
+// The 64-bit hash of version 2 and 3 increment files: XXH3-64 (libxxhash), for
 // each block's fingerprints and over the whole file. block_hash_xxhash.cpp
 // holds it where the library is found (Linux); block_hash_unavailable.cpp
 // says it is missing elsewhere, and such a build writes and reads only

@@ -56,14 +56,15 @@ bool IncrementHeader::Decode(const uint8_t* in, IncrementHeader* header, std::st
     return false;
   }
   const uint32_t version = LoadLe32(in + kVersionOffset);
-  const bool known = version == kVersion1 || (version == kVersion2 && BlockHash::Available());
+  const bool fingerprinted = version == kVersion2 || version == kVersion3;
+  const bool known = version == kVersion1 || (fingerprinted && BlockHash::Available());
   if (!known || LoadLe32(in + kHeaderSizeOffset) != kSize) {
     *error = "unsupported increment version " + std::to_string(version);
     return false;
   }
   IncrementHeader decoded;
   decoded.version = version;
-  decoded.flags = version == kVersion2 ? LoadLe64(in + kFlagsOffset) : 0;
+  decoded.flags = fingerprinted ? LoadLe64(in + kFlagsOffset) : 0;
   if ((decoded.flags & ~kFlagCompressed) != 0 || (decoded.Compressed() && !BlockCodec::Available())) {
     *error = "unsupported increment flags " + std::to_string(decoded.flags);
     return false;
@@ -80,6 +81,16 @@ bool IncrementHeader::Decode(const uint8_t* in, IncrementHeader* header, std::st
   }
   *header = decoded;
   return true;
+}
+
+uint64_t IncrementHeader::RecordHeaderSize() const {
+  if (version == kVersion1) return kRecordIndexSize;
+  return version == kVersion2 ? kRecordHeaderSizeV2 : kRecordHeaderSizeV3;
+}
+
+uint64_t IncrementHeader::PaddingAfter(uint64_t offset) const {
+  if (version != kVersion3) return 0;
+  return (kRecordAlignment - offset % kRecordAlignment) % kRecordAlignment;
 }
 
 }  // namespace tolvarcli

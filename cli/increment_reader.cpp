@@ -66,11 +66,12 @@ bool IncrementReader::ReadRecords(std::ifstream& in, uint64_t end, std::vector<u
                                   std::vector<uint8_t>* block,
                                   const std::function<void(const void*, std::size_t)>& sum) {
   const bool version1 = header_.version == IncrementHeader::kVersion1;
-  const uint64_t headSize = version1 ? IncrementHeader::kRecordIndexSize : IncrementHeader::kRecordHeaderSizeV2;
+  const uint64_t headSize = header_.RecordHeaderSize();
   uint64_t at = IncrementHeader::kSize + header_.bitmapLength;
+  if (!ReadPadding(in, &at, end, sum)) return Fail("file size does not fit whole blocks");
   while (at < end) {
     const std::string which = "block record " + std::to_string(records_.size());
-    uint8_t head[IncrementHeader::kRecordHeaderSizeV2];
+    uint8_t head[IncrementHeader::kRecordHeaderSizeV3];
     if (end - at < headSize || !ReadExactly(in, head, headSize)) return Fail("file size does not fit whole blocks");
     Record record;
     record.index = LoadLe64(head + IncrementHeader::kRecordIndexOffset);
@@ -92,7 +93,19 @@ bool IncrementReader::ReadRecords(std::ifstream& in, uint64_t end, std::vector<u
     if (!Unpack(record, *stored, block)) return Fail(which + " does not match its hash");
     records_.push_back(record);
     at = record.at + record.stored;
+    if (!ReadPadding(in, &at, end, sum)) return Fail("file size does not fit whole blocks");
   }
+  return true;
+}
+
+bool IncrementReader::ReadPadding(std::ifstream& in, uint64_t* at, uint64_t end,
+                                  const std::function<void(const void*, std::size_t)>& sum) {
+  const uint64_t padding = header_.PaddingAfter(*at);
+  if (padding == 0) return true;
+  uint8_t zeros[IncrementHeader::kRecordAlignment];
+  if (*at > end || end - *at < padding || !ReadExactly(in, zeros, padding)) return false;
+  sum(zeros, padding);
+  *at += padding;
   return true;
 }
 

@@ -18,12 +18,12 @@ class IncrementReader {
   // A block record: its index and its blockSize bytes.
   using BlockVisitor = std::function<bool(uint64_t index, const std::vector<uint8_t>& block)>;
 
-  // Where one record is and, in version 2, what it promises.
+  // Where one record is and, in versions 2 and 3, what it promises.
   struct Record {
     uint64_t index = 0;    // the block's number
-    uint64_t flags = 0;    // version 2: IncrementHeader::kRecordUnchecked
-    uint64_t oldHash = 0;  // version 2: the block's hash in the older shadow copy
-    uint64_t newHash = 0;  // version 2: the hash of its new contents
+    uint64_t flags = 0;    // versions 2 and 3: IncrementHeader::kRecordUnchecked
+    uint64_t oldHash = 0;  // versions 2 and 3: the block's hash in the older shadow copy
+    uint64_t newHash = 0;  // versions 2 and 3: the hash of its new contents
     uint64_t at = 0;       // file offset of the stored bytes
     uint64_t stored = 0;   // stored length
   };
@@ -32,7 +32,7 @@ class IncrementReader {
 
   // Reads the whole file once: header, bitmap, every record (indices
   // ascending, set in the bitmap, whole blocks inside the volume; in
-  // version 2 each block decompressed and checked against its hash), the
+  // versions 2 and 3 each block decompressed and checked against its hash), the
   // trailer's count and the checksum over everything before it. False,
   // with Error() saying why, on the first thing that is wrong.
   bool Verify();
@@ -54,6 +54,10 @@ class IncrementReader {
   bool ReadExactly(std::ifstream& in, void* data, std::size_t size);
   bool CheckRecord(uint64_t index, uint64_t previous, bool first);
   bool ReadRecords(std::ifstream& in, uint64_t end, std::vector<uint8_t>* stored, std::vector<uint8_t>* block,
+                   const std::function<void(const void*, std::size_t)>& sum);
+  // Reads and sums the zeros that follow the part of the file ending at
+  // *at, and moves *at past them; false when the file ends before end.
+  bool ReadPadding(std::ifstream& in, uint64_t* at, uint64_t end,
                    const std::function<void(const void*, std::size_t)>& sum);
   // The block's new contents from its stored bytes; false when they do not decode.
   bool Unpack(const Record& record, const std::vector<uint8_t>& stored, std::vector<uint8_t>* block) const;

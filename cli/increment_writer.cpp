@@ -9,6 +9,12 @@ namespace tolvarcli {
 
 using ntfsparsercore::io::StoreLe64;
 
+namespace {
+
+const uint8_t kZeros[IncrementHeader::kRecordAlignment] = {};
+
+}  // namespace
+
 IncrementWriter::IncrementWriter(std::string path) : out_(std::move(path)) {}
 
 bool IncrementWriter::Begin(const IncrementHeader& header, const std::vector<uint8_t>& bitmap) {
@@ -16,7 +22,7 @@ bool IncrementWriter::Begin(const IncrementHeader& header, const std::vector<uin
   if (!out_.Open()) return false;
   uint8_t bytes[IncrementHeader::kSize];
   header.Encode(bytes);
-  return Write(bytes, sizeof bytes) && Write(bitmap.data(), bitmap.size());
+  return Write(bytes, sizeof bytes) && Write(bitmap.data(), bitmap.size()) && Pad();
 }
 
 bool IncrementWriter::AddBlock(uint64_t index, const std::vector<uint8_t>& block, uint64_t oldHash, uint64_t flags) {
@@ -39,13 +45,13 @@ bool IncrementWriter::AddHashedBlock(uint64_t index, const std::vector<uint8_t>&
     stored = packed_.data();
     storedSize = packed_.size();
   }
-  uint8_t head[IncrementHeader::kRecordHeaderSizeV2];
+  uint8_t head[IncrementHeader::kRecordHeaderSizeV3] = {};
   StoreLe64(head + IncrementHeader::kRecordIndexOffset, index);
   StoreLe64(head + IncrementHeader::kRecordFlagsOffset, flags);
   StoreLe64(head + IncrementHeader::kRecordOldHashOffset, oldHash);
   StoreLe64(head + IncrementHeader::kRecordNewHashOffset, newHash);
   StoreLe64(head + IncrementHeader::kRecordStoredLengthOffset, storedSize);
-  if (!Write(head, sizeof head) || !Write(stored, storedSize)) return false;
+  if (!Write(head, header_.RecordHeaderSize()) || !Write(stored, storedSize) || !Pad()) return false;
   ++count_;
   return true;
 }
@@ -65,7 +71,13 @@ bool IncrementWriter::Write(const void* data, std::size_t size) {
   } else {
     hash_.Update(data, size);
   }
+  written_ += size;
   return out_.Write(data, size);
+}
+
+bool IncrementWriter::Pad() {
+  const uint64_t padding = header_.PaddingAfter(written_);
+  return padding == 0 || Write(kZeros, padding);
 }
 
 }  // namespace tolvarcli

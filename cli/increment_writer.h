@@ -26,9 +26,9 @@ class IncrementWriter {
 
   // Appends one block record (block holds the header's block size).
   // oldHash, the hash of the block in the older shadow copy, and the
-  // record's flags go into version 2 records only.
+  // record's flags go into version 2 and 3 records only.
   bool AddBlock(uint64_t index, const std::vector<uint8_t>& block, uint64_t oldHash = 0, uint64_t flags = 0);
-  // The same for a version 2 record whose block hash, newHash, the caller
+  // The same for a version 2 or 3 record whose block hash, newHash, the caller
   // has taken already.
   bool AddHashedBlock(uint64_t index, const std::vector<uint8_t>& block, uint64_t oldHash, uint64_t newHash,
                       uint64_t flags);
@@ -43,11 +43,14 @@ class IncrementWriter {
 
  private:
   bool Write(const void* data, std::size_t size);
+  // Writes the zeros that the format puts after what was written last.
+  bool Pad();
 
   OutputFile out_;               // the target
   IncrementHeader header_;       // as Begin wrote it
   Crc64 crc_;                    // version 1: over every byte written so far
-  BlockHash hash_;               // version 2: over every byte written so far
+  BlockHash hash_;               // versions 2 and 3: over every byte written so far
+  uint64_t written_ = 0;         // bytes written so far
   std::vector<uint8_t> packed_;  // a compressed block
   uint64_t count_ = 0;           // block records written
 };

@@ -225,21 +225,38 @@ def crc64(data):
     return crc ^ 0xFFFFFFFFFFFFFFFF
 
 
-def version1_of(version2):
+def padding_after(version, offset):
+    """The zeros a version 3 increment puts after a part ending at offset."""
+    return (64 - offset % 64) % 64 if version == 3 else 0
+
+
+def records_of(data):
+    """(index, flags, stored bytes) of every record of a version 2 or 3
+    increment: version 3 has 64-byte record headers and pads the bitmap and
+    every record with zeros to a multiple of 64 bytes."""
+    version = int.from_bytes(data[8:12], "little")
+    head = 64 if version == 3 else 40
+    at = 128 + int.from_bytes(data[32:40], "little")
+    at += padding_after(version, at)
+    for _ in range(int.from_bytes(data[-16:-8], "little")):
+        stored = int.from_bytes(data[at + 32:at + 40], "little")
+        yield (int.from_bytes(data[at:at + 8], "little"), int.from_bytes(data[at + 8:at + 16], "little"),
+               data[at + head:at + head + stored])
+        at += head + stored
+        at += padding_after(version, at)
+
+
+def version1_of(increment):
     """The same increment in version 1 (index and block per record, CRC-64),
-    from an uncompressed version 2 file."""
-    block_size = int.from_bytes(version2[24:32], "little")
-    bitmap_length = int.from_bytes(version2[32:40], "little")
-    count = int.from_bytes(version2[-16:-8], "little")
-    header = bytearray(version2[:128])
+    from an uncompressed version 2 or 3 file."""
+    bitmap_length = int.from_bytes(increment[32:40], "little")
+    count = int.from_bytes(increment[-16:-8], "little")
+    header = bytearray(increment[:128])
     header[8:12] = (1).to_bytes(4, "little")
     header[40:48] = bytes(8)
-    out = bytearray(header) + version2[128:128 + bitmap_length]
-    at = 128 + bitmap_length
-    for _ in range(count):
-        stored = int.from_bytes(version2[at + 32:at + 40], "little")
-        out += version2[at:at + 8] + version2[at + 40:at + 40 + stored]
-        at += 40 + stored
+    out = bytearray(header) + increment[128:128 + bitmap_length]
+    for index, _, block in records_of(increment):
+        out += index.to_bytes(8, "little") + block
     out += count.to_bytes(8, "little")
     return bytes(out + crc64(out).to_bytes(8, "little"))
 
@@ -260,13 +277,7 @@ def check_safe_apply(arguments, prefix, manifest, increment):
     with open(increment, "rb") as handle:
         data = handle.read()
     block_size = int.from_bytes(data[24:32], "little")
-    at = 128 + int.from_bytes(data[32:40], "little")
-    checked = None
-    while checked is None and at < len(data) - 16:
-        index, flags = int.from_bytes(data[at:at + 8], "little"), int.from_bytes(data[at + 8:at + 16], "little")
-        if flags == 0:
-            checked = index
-        at += 40 + int.from_bytes(data[at + 32:at + 40], "little")
+    checked = next((index for index, flags, _ in records_of(data) if flags == 0), None)
     if checked is None:
         raise Failure("the increment checks no block: the refusal cannot be shown")
     copy_image(older_image, base)

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cli/block_codec.h"
@@ -111,37 +112,44 @@ TEST_F(IncrementFileTest, BadMagicIsRefused) {
 
 TEST_F(IncrementFileTest, OtherVersionIsRefused) {
   Write({1});
-  Patch(IncrementHeader::kVersionOffset, {3});
-  EXPECT_EQ(Refusal(), "unsupported increment version 3");
+  Patch(IncrementHeader::kVersionOffset, {4});
+  EXPECT_EQ(Refusal(), "unsupported increment version 4");
 }
 
-// Version 2, plain and compressed: the records carry both fingerprints
-// and read back; a changed stored byte fails its block's hash.
-class IncrementFileV2Test : public IncrementFileTest, public ::testing::WithParamInterface<bool> {
+// Versions 2 and 3, plain and compressed: the records carry both
+// fingerprints and read back; a changed stored byte fails its block's hash.
+class FingerprintedIncrementTest : public IncrementFileTest,
+                                   public ::testing::WithParamInterface<std::tuple<uint32_t, bool>> {
  protected:
-  void WriteV2(bool compressed) {
+  static uint32_t Version() { return std::get<0>(GetParam()); }
+  static bool Compressed() { return std::get<1>(GetParam()); }
+  IncrementHeader FingerprintedHeader() const {
     IncrementHeader header = Header();
-    header.version = IncrementHeader::kVersion2;
-    header.flags = compressed ? IncrementHeader::kFlagCompressed : 0;
+    header.version = Version();
+    header.flags = Compressed() ? IncrementHeader::kFlagCompressed : 0;
+    return header;
+  }
+  void WriteFingerprinted() {
     IncrementWriter writer(path_);
-    ASSERT_TRUE(writer.Begin(header, {0x02, 0x02}));
+    ASSERT_TRUE(writer.Begin(FingerprintedHeader(), {0x02, 0x02}));
     for (uint64_t index : {1, 9}) {
       ASSERT_TRUE(writer.AddBlock(index, std::vector<uint8_t>(kBlockSize, static_cast<uint8_t>(index)), 100 + index));
     }
     ASSERT_TRUE(writer.Commit());
   }
+  static bool Unavailable() { return !BlockHash::Available() || (Compressed() && !BlockCodec::Available()); }
 };
 
-TEST_P(IncrementFileV2Test, WrittenFileVerifiesAndCarriesTheFingerprints) {
-  if (!BlockHash::Available() || (GetParam() && !BlockCodec::Available())) GTEST_SKIP() << "no xxhash or zstd";
-  WriteV2(GetParam());
+TEST_P(FingerprintedIncrementTest, WrittenFileVerifiesAndCarriesTheFingerprints) {
+  if (Unavailable()) GTEST_SKIP() << "no xxhash or zstd";
+  WriteFingerprinted();
   IncrementReader reader(path_);
   ASSERT_TRUE(reader.Verify()) << reader.Error();
   ASSERT_EQ(reader.Records().size(), 2u);
   EXPECT_EQ(reader.Records()[1].oldHash, 109u);
   const std::vector<uint8_t> nine(kBlockSize, 9);
   EXPECT_EQ(reader.Records()[1].newHash, BlockHash::Of(nine.data(), nine.size()));
-  if (GetParam()) {
+  if (Compressed()) {
     EXPECT_LT(std::filesystem::file_size(path_), 2 * kBlockSize);
   }
   std::vector<uint64_t> seen;
@@ -153,15 +161,42 @@ TEST_P(IncrementFileV2Test, WrittenFileVerifiesAndCarriesTheFingerprints) {
   EXPECT_EQ(seen, (std::vector<uint64_t>{1, 9}));
 }
 
-TEST_P(IncrementFileV2Test, AChangedStoredByteFailsTheBlocksHash) {
-  if (!BlockHash::Available() || (GetParam() && !BlockCodec::Available())) GTEST_SKIP() << "no xxhash or zstd";
-  WriteV2(GetParam());
-  Patch(IncrementHeader::kSize + 2 + IncrementHeader::kRecordHeaderSizeV2 + (GetParam() ? 4 : 100), {0x7F});
+TEST_P(FingerprintedIncrementTest, AChangedStoredByteFailsTheBlocksHash) {
+  if (Unavailable()) GTEST_SKIP() << "no xxhash or zstd";
+  WriteFingerprinted();
+  const IncrementHeader header = FingerprintedHeader();
+  const uint64_t records = IncrementHeader::kSize + 2 + header.PaddingAfter(IncrementHeader::kSize + 2);
+  Patch(records + header.RecordHeaderSize() + (Compressed() ? 4 : 100), {0x7F});
   const std::string refusal = Refusal();
   EXPECT_TRUE(refusal == "block record 0 does not match its hash") << refusal;
 }
 
-INSTANTIATE_TEST_SUITE_P(PlainAndCompressed, IncrementFileV2Test, ::testing::Bool());
+TEST_P(FingerprintedIncrementTest, Version3StartsEveryRecordAndStoredBlockOnACacheLine) {
+  if (Unavailable() || Version() != IncrementHeader::kVersion3) GTEST_SKIP() << "version 3 with xxhash and zstd";
+  WriteFingerprinted();
+  IncrementReader reader(path_);
+  ASSERT_TRUE(reader.Verify()) << reader.Error();
+  for (const IncrementReader::Record& record : reader.Records()) {
+    EXPECT_EQ(record.at % IncrementHeader::kRecordAlignment, 0u);
+    EXPECT_EQ((record.at - IncrementHeader::kRecordHeaderSizeV3) % IncrementHeader::kRecordAlignment, 0u);
+  }
+  EXPECT_EQ((std::filesystem::file_size(path_) - IncrementHeader::kTrailerSize) % IncrementHeader::kRecordAlignment,
+            0u);
+}
+
+TEST_P(FingerprintedIncrementTest, AFileCutInsideThePaddingIsRefused) {
+  if (Unavailable() || Version() != IncrementHeader::kVersion3) GTEST_SKIP() << "version 3 with xxhash and zstd";
+  IncrementWriter writer(path_);
+  ASSERT_TRUE(writer.Begin(FingerprintedHeader(), {0x02, 0x02}));
+  ASSERT_TRUE(writer.Commit());
+  // Header, bitmap, 62 zeros, trailer: keep 30 of the zeros only.
+  std::filesystem::resize_file(path_, IncrementHeader::kSize + 2 + 30 + IncrementHeader::kTrailerSize);
+  EXPECT_EQ(Refusal(), "file size does not fit whole blocks");
+}
+
+INSTANTIATE_TEST_SUITE_P(VersionsPlainAndCompressed, FingerprintedIncrementTest,
+                         ::testing::Combine(::testing::Values(IncrementHeader::kVersion2, IncrementHeader::kVersion3),
+                                            ::testing::Bool()));
 
 TEST_F(IncrementFileTest, TruncatedFileIsRefused) {
   Write({1, 9});
