@@ -1,11 +1,23 @@
 #include "cli/volume_file_layout.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "ntfsparsercore/io/system_file.h"
 #include "ntfsparsercore/io/window_source.h"
 
 namespace tolvarcli {
+
+namespace {
+
+// A shadow copy's bytes are taken from the start of the page they lie in,
+// as the page cache reads a file: the view, like libvshadow, gives other
+// bytes for a read that starts inside a sector that an overlay keeps in
+// part than for one that starts on the sector (store_snapshot_source.cpp),
+// and a file must read the same however it is read.
+constexpr uint64_t kPageSize = 4096;
+
+}  // namespace
 
 using ntfsparsercore::io::ISource;
 using ntfsparsercore::io::SystemFile;
@@ -53,14 +65,18 @@ std::vector<VolumeFileLayout::Stretch> VolumeFileLayout::Locate(uint64_t size, u
     stretches.push_back(Stretch{false, start_ + offset, size});
     return stretches;
   }
+  // From the page the bytes start in, then without the bytes before them.
+  const uint64_t skipped = offset % kPageSize;
   uint64_t located = 0;
-  for (const StoreSnapshotSource::Stretch& piece : view_->Map(size, offset)) {
+  for (const StoreSnapshotSource::Stretch& piece : view_->Map(size + skipped, offset - skipped)) {
     const bool inside = piece.zeros || (piece.at <= length_ && piece.size <= length_ - piece.at);
     if (!inside) return {};
-    stretches.push_back(Stretch{piece.zeros, piece.zeros ? 0 : start_ + piece.at, piece.size});
+    const uint64_t cut = located < skipped ? std::min(skipped - located, piece.size) : 0;
     located += piece.size;
+    if (cut == piece.size) continue;
+    stretches.push_back(Stretch{piece.zeros, piece.zeros ? 0 : start_ + piece.at + cut, piece.size - cut});
   }
-  if (located != size) return {};
+  if (located != size + skipped) return {};
   return stretches;
 }
 

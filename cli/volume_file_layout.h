@@ -36,9 +36,11 @@ class VolumeFileLayout {
   // The operating system's handle of the file, open for as long as the layout.
   std::intptr_t Handle() const { return handle_; }
 
-  // The stretches that hold the size bytes from offset on, in order. Empty
-  // when they cannot all be told, or some lie outside the volume: then the
-  // bytes are to be read through the view, which says what fails.
+  // The stretches that hold the size bytes from offset on, in order; a
+  // shadow copy's bytes are those of a read from the start of their page,
+  // whatever offset is. Empty when they cannot all be told, or some lie
+  // outside the volume: then the bytes are to be read through the view,
+  // which says what fails.
   std::vector<Stretch> Locate(uint64_t size, uint64_t offset) const;
 
  private:

@@ -11,7 +11,8 @@ by-id holds the same files under vshadowinfo's shadow copy IDs; sizes are the
 volume size and times the creation times vshadowinfo prints; `volume` is the
 image; fls lists each mounted file as it lists libvshadow's read, and files
 read through ntfs-3g -o ro on the mounted file equal icat's; writes fail with
-EROFS; two readers at once get the same bytes; a private mapping (and with
+EROFS; two readers at once get the same bytes, and so do reads of an odd
+size; a private mapping (and with
 --page-cache a shared one) shows what read does; umount leaves no process.
 windows: the same for the Windows 10 disk, mounted whole with --partition 1,
 where each 64 GiB shadow copy
@@ -41,6 +42,7 @@ WINDOWS_OFFSET = 1048576
 WINDOWS_LENGTH = 68716331008
 SAMPLE_STRIDE = 509 * STORE_BLOCK  # a prime number of blocks, so samples fall on varied blocks
 MAPPED_BYTES = 1 << 20  # how much of a file check_mappings maps
+ODD_READ = 12345  # bytes per read in check_odd_reads
 
 
 class Failure(Exception):
@@ -162,6 +164,23 @@ def file_digest(path):
         for chunk in iter(lambda: handle.read(CHUNK), b""):
             digest.update(chunk)
     return digest.hexdigest()
+
+
+def first_difference(path, store):
+    """Where the file at path first differs from libvshadow's read of store,
+    and how long the file read: for the message of a failed comparison."""
+    size = store.volume_size
+    read = 0
+    with open(path, "rb") as handle:
+        for offset in range(0, size, CHUNK):
+            ours = handle.read(CHUNK)
+            read += len(ours)
+            theirs = store.read_buffer_at_offset(min(CHUNK, size - offset), offset)
+            if ours != theirs:
+                at = next((i for i in range(min(len(ours), len(theirs))) if ours[i] != theirs[i]),
+                          min(len(ours), len(theirs)))
+                return "first difference at byte %d (read %d of %d bytes)" % (offset + at, read, size)
+    return "no difference when read again (%d bytes)" % read
 
 
 def store_digest(store):
@@ -294,12 +313,15 @@ def run_scenario(arguments):
     mount_point = os.path.join(arguments.work, "mnt")
     with Mount(arguments, image, mount_point) as mount:
         check_two_readers(mount, mount.path("vss1"), digests[0])
+        check_odd_reads(mount.path("vss1"), digests[0], stores[0])
         check_listing(mount, stores, info, volume_size)
         for number, (identifier, _, _) in enumerate(info, 1):
             for path in (mount.path("vss%d" % number), mount.path("by-id", identifier)):
                 if file_digest(path) != digests[number - 1]:
-                    raise Failure("%s hashes otherwise than libvshadow's read of store %d" % (path, number))
-        print("SHA-256: every vssN and by-id file equals libvshadow's read of its store")
+                    raise Failure("%s hashes otherwise than libvshadow's read of store %d: %s"
+                                  % (path, number, first_difference(path, stores[number - 1])))
+        print("SHA-256: every vssN and by-id file equals libvshadow's read of its store (vss1 also read %d bytes"
+              " at a time)" % ODD_READ)
         if file_digest(mount.path("volume")) != file_digest(image):
             raise Failure("volume differs from the image")
         check_writes_fail(mount)
@@ -316,6 +338,20 @@ def run_scenario(arguments):
     print("umount: the mount and its process are gone")
     check_foreground(arguments, image, mount_point, digests)
     return 0
+
+
+def check_odd_reads(path, expected_digest, store):
+    """Reads of an odd size, which start inside pages and sectors, give the
+    same bytes as reads of whole pages: the rebuilt view, as libvshadow,
+    reads other bytes from inside a sector an overlay keeps in part than
+    from its start, and the mount serves every read as from its page."""
+    digest = hashlib.sha256()
+    with open(path, "rb", buffering=0) as handle:
+        for piece in iter(lambda: handle.read(ODD_READ), b""):
+            digest.update(piece)
+    if digest.hexdigest() != expected_digest:
+        raise Failure("%s read %d bytes at a time differs from libvshadow's read: %s"
+                      % (path, ODD_READ, first_difference(path, store)))
 
 
 def check_mappings(path, shared):

@@ -114,6 +114,50 @@ TEST_F(VolumeFileLayoutTest, StoreDataOutsideTheVolumeLeavesTheReadToTheView) {
   EXPECT_EQ(layout->Locate(kBlock, 3 * kBlock), (std::vector<Stretch>{{false, kWindowStart + 3 * kBlock, kBlock}}));
 }
 
+// Each byte of stretches as the file offset it comes from, -1 for a zero.
+std::vector<int64_t> Origins(const std::vector<Stretch>& stretches) {
+  std::vector<int64_t> origins;
+  for (const Stretch& stretch : stretches) {
+    for (uint64_t at = 0; at < stretch.size; ++at) {
+      origins.push_back(stretch.zeros ? -1 : static_cast<int64_t>(stretch.at + at));
+    }
+  }
+  return origins;
+}
+
+TEST_F(VolumeFileLayoutTest, AShadowCopyReadsAsFromTheStartOfThePageWhereverTheReadStarts) {
+  // Block 3 is kept in part, sector by sector, by an overlay: the view reads
+  // other bytes from inside a sector than from its start.
+  BlockDescriptor overlay;
+  overlay.originalOffset = 3 * kBlock;
+  overlay.storeDataOffset = 9 * kBlock;
+  overlay.relativeOffset = 1;
+  overlay.flags = tolvarcore::vss::format::kDescriptorFlagOverlay;
+  overlay.allocationBitmap = 0x0000FF0F;
+  StoreLayer layer;
+  layer.blockMap = std::make_shared<StoreBlockMap>(std::vector<BlockDescriptor>{overlay});
+  layer.unusedBitmap = StoreLayer::UnusedBlocks({}, false, {});
+  auto layers = std::make_shared<const StoreLayers>(std::vector<StoreLayer>{layer});
+  auto view = std::make_shared<StoreSnapshotSource>(Window(), layers, 0, kWindowSize);
+  auto layout = VolumeFileLayout::OfShadowCopy(view);
+  ASSERT_NE(layout, nullptr);
+  const uint64_t page = 3 * kBlock + 4096;
+  const std::vector<int64_t> whole = Origins(layout->Locate(4096, page));
+  ASSERT_EQ(whole.size(), 4096u);
+  for (uint64_t start : {uint64_t{1}, uint64_t{700}, uint64_t{3684}, uint64_t{4000}}) {
+    const uint64_t size = 4096 - start;
+    EXPECT_EQ(Origins(layout->Locate(size, page + start)),
+              std::vector<int64_t>(whole.begin() + static_cast<std::ptrdiff_t>(start), whole.end()))
+        << "from byte " << start << " of the page";
+  }
+  // The view itself, read from inside sector 15 (kept) gives the bytes of
+  // sector 16 (not kept) there.
+  const uint64_t insideSector15 = 15 * 512 + 100 - 4096;
+  const auto fromInside = view->Map(100, page + insideSector15);
+  ASSERT_FALSE(fromInside.empty());
+  EXPECT_NE(static_cast<int64_t>(kWindowStart + fromInside[0].at), whole[insideSector15]);
+}
+
 TEST_F(VolumeFileLayoutTest, BytesPastTheVolumeEndHaveNoStretches) {
   auto layout = VolumeFileLayout::OfVolume(Window());
   ASSERT_NE(layout, nullptr);
