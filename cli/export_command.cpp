@@ -10,8 +10,8 @@
 #include <memory>
 #include <vector>
 
+#include "cli/chunk_read_ahead.h"
 #include "cli/error_report.h"
-#include "common/aligned_bytes.h"
 #include "cli/exit_code.h"
 #include "cli/image_writer.h"
 #include "cli/progress_meter.h"
@@ -29,6 +29,8 @@ namespace {
 // The unit of holes and of progress, and how much one read asks for.
 constexpr uint64_t kBlockSize = 65536;
 constexpr uint64_t kChunkSize = 16 * kBlockSize;
+// Chunks read ahead of the one being written.
+constexpr std::size_t kChunksAhead = 4;
 
 std::unique_ptr<ImageWriter> MakeWriter(const std::string& format, const std::string& out) {
   if (format == "raw") return std::make_unique<RawImageWriter>(out);
@@ -76,19 +78,22 @@ uint64_t RunOfBlocks(const uint8_t* chunk, uint64_t size, uint64_t at, bool zero
 }
 
 // Copies the view into writer; zero blocks are not put, each run of data
-// blocks of a chunk is put at once.
+// blocks of a chunk is put at once. The chunks are read ahead on a thread
+// of their own.
 int CopyView(SnapshotReader& snapshot, const UsedClusters* used, ImageWriter* writer, uint64_t* dataBytes) {
   const uint64_t size = snapshot.Size();
   ProgressMeter progress((size + kBlockSize - 1) / kBlockSize, kBlockSize);
-  tolvarcommon::AlignedBytes buffer(kChunkSize);  // read straight into, a copy less
-  for (uint64_t offset = 0; offset < size; offset += kChunkSize) {
-    const uint64_t chunk = std::min(kChunkSize, size - offset);
-    if (!ReadChunk(snapshot, used, offset, chunk, buffer.data())) return kExitLibrary;
+  ChunkReadAhead chunks(size, kChunkSize, kChunksAhead, [&](uint64_t offset, uint64_t chunk, uint8_t* buffer) {
+    return ReadChunk(snapshot, used, offset, chunk, buffer);
+  });
+  uint64_t offset = 0;
+  uint64_t chunk = 0;
+  while (const uint8_t* buffer = chunks.Next(&offset, &chunk)) {
     uint64_t at = 0;
     while (at < chunk) {
-      const bool zeros = IsAllZero(buffer.data() + at, std::min(kBlockSize, chunk - at));
-      const uint64_t run = RunOfBlocks(buffer.data(), chunk, at, zeros);
-      if (!zeros && !writer->Put(offset + at, buffer.data() + at, run)) {
+      const bool zeros = IsAllZero(buffer + at, std::min(kBlockSize, chunk - at));
+      const uint64_t run = RunOfBlocks(buffer, chunk, at, zeros);
+      if (!zeros && !writer->Put(offset + at, buffer + at, run)) {
         std::fprintf(stderr, "tolvar: cannot write %s\n", writer->WritingName().c_str());
         return kExitFile;
       }
@@ -97,6 +102,7 @@ int CopyView(SnapshotReader& snapshot, const UsedClusters* used, ImageWriter* wr
       at += run;
     }
   }
+  if (chunks.Failed()) return kExitLibrary;  // the read said why
   progress.Finish();
   return kExitOk;
 }
